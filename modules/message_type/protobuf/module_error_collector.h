@@ -1,0 +1,41 @@
+// Collects the importer's error reports as finished log lines. The list only
+// grows: every failed import logs every line collected since the module was
+// loaded, oldest first, so an operator sees earlier failures again.
+#ifndef TARN_PROTOBUF_MODULE_ERROR_COLLECTOR_H
+#define TARN_PROTOBUF_MODULE_ERROR_COLLECTOR_H
+
+#include <google/protobuf/compiler/importer.h>
+
+#include <string>
+#include <vector>
+
+#include "module/tarn_module.h"
+
+class ModuleErrorCollector : public google::protobuf::compiler::MultiFileErrorCollector {
+ public:
+  class ErrorMessage {
+   public:
+    ErrorMessage(const std::string& fileName_, int line_, int column_,
+                 const std::string& message_);
+    ErrorMessage(ErrorMessage&&) = default;
+    ~ErrorMessage() = default;
+
+    std::string _message;
+  };
+
+  ModuleErrorCollector() = default;
+  ~ModuleErrorCollector() override = default;
+
+  void AddError(const std::string& fileName_, int line_, int column_,
+                const std::string& message_) override;
+
+  // Logs every collected line at the error level; the list is kept.
+  void logErrors(tarn_module_logger LOGGER) const;
+
+  size_t size() const { return _errors.size(); }
+
+ private:
+  std::vector<ErrorMessage> _errors;
+};
+
+#endif

@@ -1,0 +1,45 @@
+// One configured message type. The object holds only its root descriptor; the
+// schema objects behind every descriptor are process-wide, shared by all
+// contexts and kept until the module is unloaded, so a context may name a type
+// that an earlier context loaded and descriptors never dangle.
+#ifndef TARN_PROTOBUF_TARN_PROTOBUF_MESSAGE_TYPE_H
+#define TARN_PROTOBUF_TARN_PROTOBUF_MESSAGE_TYPE_H
+
+#include <google/protobuf/compiler/importer.h>
+#include <google/protobuf/descriptor.h>
+
+#include <string>
+
+#include "message_type/tarn_message_type.h"
+#include "module_error_collector.h"
+
+class tarn_protobuf_message_type {
+ public:
+  tarn_protobuf_message_type() : _pRootDescriptor(nullptr) {}
+
+  // Builds a context from the host's options, or returns null and says why in
+  // the log. Must not run on two threads at once: it changes the shared schema.
+  static tarn_protobuf_message_type* create(const tarn_module_options options_);
+
+  static bool addProtoPath(const std::string& root_, const std::string& path_);
+  static bool addProtoFile(const char* fileName_);
+  bool addType(const char* typeName_);
+
+  [[nodiscard]] int parseMessage(const char* pData_, size_t length_,
+                                 tarn_message_xpath_value_set valueSet_,
+                                 tarn_message_xpath_find_set findSet_) const;
+  [[nodiscard]] int trace(const tarn_trace_buffer* pTraceBuffer_,
+                          tarn_trace_output_buffer* pOutputBuffer_) const;
+
+  const google::protobuf::Descriptor* rootDescriptor() const { return _pRootDescriptor; }
+
+ private:
+  const google::protobuf::Descriptor* _pRootDescriptor;
+
+  // Constructed in this order when the module is loaded, destroyed in reverse.
+  static google::protobuf::compiler::DiskSourceTree _diskTree;
+  static ModuleErrorCollector _errorCollector;
+  static google::protobuf::compiler::Importer _importer;
+};
+
+#endif
