@@ -1,0 +1,122 @@
+// A tiny protobuf wire builder for tests: bodies are written as
+//   wire::Body().varint(1, 150).str(2, "ab").msg(5, wire::Body().str(1, "x"))
+// rather than as hand-counted bytes. hex() and fromHex() cover the byte-exact cases.
+#ifndef TARN_TESTS_WIRE_H
+#define TARN_TESTS_WIRE_H
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+namespace wire {
+
+inline std::string varintBytes(uint64_t value) {
+  std::string out;
+  while (value >= 0x80) {
+    out.push_back(static_cast<char>((value & 0x7F) | 0x80));
+    value >>= 7;
+  }
+  out.push_back(static_cast<char>(value));
+  return out;
+}
+
+inline uint64_t zigzag(int64_t value) {
+  return (static_cast<uint64_t>(value) << 1) ^ static_cast<uint64_t>(value >> 63);
+}
+
+inline std::string fromHex(const std::string& hex) {
+  std::string out;
+  int high = -1;
+  for (char c : hex) {
+    int v = (c >= '0' && c <= '9')   ? c - '0'
+            : (c >= 'a' && c <= 'f') ? c - 'a' + 10
+            : (c >= 'A' && c <= 'F') ? c - 'A' + 10
+                                     : -1;
+    if (v < 0) continue;  // blanks between bytes are allowed
+    if (high < 0) {
+      high = v;
+    } else {
+      out.push_back(static_cast<char>(high * 16 + v));
+      high = -1;
+    }
+  }
+  return out;
+}
+
+inline std::string hex(const std::string& bytes) {
+  static const char digits[] = "0123456789ABCDEF";
+  std::string out;
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    if (i) out.push_back(' ');
+    unsigned char b = static_cast<unsigned char>(bytes[i]);
+    out.push_back(digits[b >> 4]);
+    out.push_back(digits[b & 15]);
+  }
+  return out;
+}
+
+class Body {
+ public:
+  Body& tag(uint32_t field, uint32_t wireType) {
+    _bytes += varintBytes((uint64_t{field} << 3) | wireType);
+    return *this;
+  }
+  Body& varint(uint32_t field, uint64_t value) {
+    tag(field, 0);
+    _bytes += varintBytes(value);
+    return *this;
+  }
+  Body& sint(uint32_t field, int64_t value) { return varint(field, zigzag(value)); }
+  Body& fixed32(uint32_t field, uint32_t value) {
+    tag(field, 5);
+    return raw(&value, 4);
+  }
+  Body& fixed64(uint32_t field, uint64_t value) {
+    tag(field, 1);
+    return raw(&value, 8);
+  }
+  Body& f32(uint32_t field, float value) {
+    uint32_t bits;
+    std::memcpy(&bits, &value, 4);
+    return fixed32(field, bits);
+  }
+  Body& f64(uint32_t field, double value) {
+    uint64_t bits;
+    std::memcpy(&bits, &value, 8);
+    return fixed64(field, bits);
+  }
+  Body& str(uint32_t field, const std::string& payload) {
+    tag(field, 2);
+    _bytes += varintBytes(payload.size());
+    _bytes += payload;
+    return *this;
+  }
+  Body& msg(uint32_t field, const Body& inner) { return str(field, inner.bytes()); }
+  // Appends bytes as they stand (a packed payload, a cut-off tail, ...).
+  Body& raw(const std::string& bytes) {
+    _bytes += bytes;
+    return *this;
+  }
+  Body& raw(const void* p, size_t n) {
+    _bytes.append(static_cast<const char*>(p), n);
+    return *this;
+  }
+
+  const std::string& bytes() const { return _bytes; }
+  operator const std::string&() const { return _bytes; }
+
+ private:
+  std::string _bytes;
+};
+
+// A packed payload of varints, e.g. packedVarints({zigzag(-1), zigzag(2)}).
+template <typename Range>
+std::string packedVarints(const Range& values) {
+  std::string out;
+  for (uint64_t v : values) out += varintBytes(v);
+  return out;
+}
+
+}  // namespace wire
+
+#endif
