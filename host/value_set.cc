@@ -147,8 +147,8 @@ TARN_HOST_EXPORT uint32_t tarn_message_xpath_update(tarn_message_xpath_value_set
   }
 }
 
-TARN_HOST_EXPORT tarn_message_value_set_entry*
-tarn_message_xpath_get(tarn_message_xpath_value_set valueSet, uint32_t index) {
+TARN_HOST_EXPORT tarn_message_value_set_entry* tarn_message_xpath_get(
+    tarn_message_xpath_value_set valueSet, uint32_t index) {
   auto& impl = implOf(valueSet);
   auto& st = tarn_host::state(impl);
   if (st.mode == tarn_host::ValueSet::Mode::discard)
