@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <map>
 #include <memory>
 #include <string>
 
@@ -24,14 +23,9 @@ struct Traced {
   std::string text;  // the buffer's first `length` bytes, any prefix included
 };
 
-// One context per (file, type), kept for the whole test process.
-inline tarn_message_type_context context(const std::string& file, const std::string& type) {
-  static std::map<std::string, tarn_message_type_context> contexts;
-  auto& slot = contexts[file + " " + type];
-  if (slot == nullptr) slot = tarn_test::makeContext(tarn_test::dataDir(), file, type);
-  EXPECT_NE(nullptr, slot) << file << " " << type;
-  return slot;
-}
+// One context per (file, type), created on first use and destroyed when the
+// test program ends.
+tarn_message_type_context context(const std::string& file, const std::string& type);
 
 inline tarn_message_type_context sample() { return context("sample.proto", "tarn.test.Sample"); }
 inline tarn_message_type_context rich() { return context("rich.proto", "tarn.test.Rich"); }
