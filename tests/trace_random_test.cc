@@ -172,13 +172,4 @@ TEST(TraceRandom, CutAndDamagedBodiesStayInBounds) {
   }
 }
 
-TEST(TraceRandom, RandomBytes) {
-  std::mt19937_64 rng(7);
-  for (int i = 0; i < seeds; ++i) {
-    std::string body(rng() % 64, '\0');
-    for (char& c : body) c = static_cast<char>(rng());
-    traceEverywhere(body, rng, "random " + std::to_string(i));
-  }
-}
-
 }  // namespace
