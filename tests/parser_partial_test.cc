@@ -83,7 +83,9 @@ void checkPartial(const PartialCase& c) {
 
   // The partial set holds exactly the kept records, in order.
   ASSERT_EQ(next, partialSet.size());
-  if (c.keptCount >= 0) EXPECT_EQ(static_cast<uint32_t>(c.keptCount), next);
+  if (c.keptCount >= 0) {
+    EXPECT_EQ(static_cast<uint32_t>(c.keptCount), next);
+  }
   for (size_t k = 0; k < fullLog.size(); ++k) {
     if (!kept[k]) continue;
     const entry_t& stored = partialSet[keptIndex[k]];
@@ -119,7 +121,8 @@ TEST(ParserPartial, SameSubmissionsAsTheFullParse) {
                       {"r_branch", "leaf"},
                       {"tree", "child", "count"},
                       {"p_sint32"},
-                      {"d_string"}}});
+                      {"d_string"}},
+                     -1});
   }
   for (const auto& c : cases) checkPartial(c);
 }
