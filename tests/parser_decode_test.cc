@@ -307,12 +307,4 @@ TEST(ParserDecode, PackedFieldMayArriveUnpackedAndTheOtherWayRound) {
   EXPECT_EQ(block, ptest::text(packed[0].string_rep, packed[0].string_rep_length));
 }
 
-TEST(ParserDecode, GroupFieldSentLengthDelimitedIsAString) {
-  Parsed parsed(type("AllTypes"), wire::Body().str(10, "\x08\x01"));
-  ASSERT_EQ(0, parsed.status());
-  ASSERT_EQ(1u, parsed.size());
-  EXPECT_EQ("tgroup", ptest::text(parsed[0].tag_bytes, parsed[0].tag_length));
-  EXPECT_EQ(INV, parsed[0].first_child);
-}
-
 }  // namespace

@@ -21,12 +21,12 @@
 
 class tarn_protobuf_v2_parser {
  public:
-  static const uint32_t INVALID = 0xFFFFFFFFu;
+  static constexpr uint32_t INVALID = 0xFFFFFFFFu;
 
   // Nested message levels allowed below the body, as libprotobuf's default
   // recursion limit. Each level costs one _parseMessage frame, so without a
   // bound a body of nested length prefixes could exhaust the host's stack.
-  static const uint32_t max_nesting_depth = 100;
+  static constexpr uint32_t max_nesting_depth = 100;
 
   // A field descriptor's address carried as an integer.
   typedef size_t field_handle;
