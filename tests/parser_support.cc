@@ -7,11 +7,13 @@ namespace ptest {
 
 tarn_message_type_context context(const std::string& dir, const std::string& file,
                                   const std::string& type) {
-  static std::map<std::string, tarn_message_type_context> contexts;
+  // Never destroyed, so the contexts stay reachable for the leak checker.
+  static auto* pContexts = new std::map<std::string, tarn_message_type_context>();
   const std::string key = dir + "|" + file + "|" + type;
-  auto it = contexts.find(key);
-  if (it == contexts.end())
-    it = contexts.emplace(key, tarn_test::makeContext(dir, file, type)).first;
+  auto it = pContexts->find(key);
+  if (it == pContexts->end()) {
+    it = pContexts->emplace(key, tarn_test::makeContext(dir, file, type)).first;
+  }
   return it->second;
 }
 
