@@ -64,9 +64,10 @@ int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
     const char* const pValueStart = context_._pSrc;
     const uint64_t typeAndTag = _consumeVarint(context_._pSrc, pEnd);
     const wire_type wiretype = static_cast<wire_type>(typeAndTag & wiretype_mask);
-    // The low 32 bits as a signed number: huge tags give numbers no schema
-    // declares (negative or beyond the largest field number), so they fail
-    // the lookup like field 0 from a cut-off tag.
+    // The lookup takes an int: the low 32 bits of the number, as a signed
+    // value, a conversion defined for every tag. Negative numbers and numbers
+    // above the largest legal field number match no field and fail like field
+    // 0 from a cut-off tag.
     const int number = static_cast<int32_t>(static_cast<uint32_t>(typeAndTag >> wiretype_bits));
     const FieldDescriptor* const pField = pDescriptor->FindFieldByNumber(number);
     if (pField == nullptr) return TARN_FAILURE;
