@@ -4,6 +4,7 @@
 #define TARN_TOOLS_TARNPB_COMMANDS_H
 
 #include <cstdio>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -57,6 +58,7 @@ struct Parsed {
   std::unique_ptr<tarn_host::ValueSet> set;
   int status = 0;
   bool partial = false;
+  std::map<uint32_t, std::string> knownPaths;
 
   ParseView view(const Workbench& bench_, const std::string& title_) const;
 };

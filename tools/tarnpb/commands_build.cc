@@ -93,7 +93,8 @@ int runMergeCommand(const Args& args_) {
   std::FILE* pOut = deliver(args_, merged, "merged message");
   const Parsed again = parseWith(*bench, merged);
   showParse(pOut, *bench, again, "merged message", args_.has("json"));
-  if (args_.has("trace")) std::fprintf(pOut, "%s\n", bench->module->trace(merged).c_str());
+  if (args_.has("trace"))
+    std::fprintf(pOut, "%s\n", escapeBinary(bench->module->trace(merged)).c_str());
   if (again.status != TARN_SUCCESS)
     throw ToolError(exit_refused, "the module cannot parse its own merged message");
   return exit_ok;

@@ -53,6 +53,7 @@ ParseView Parsed::view(const Workbench& bench_, const std::string& title_) const
   v.status = status;
   v.partial = partial;
   v.pRoot = bench_.pRoot;
+  v.pKnownPaths = &knownPaths;
   return v;
 }
 

@@ -40,7 +40,7 @@ struct Outcome {
 
 void showTrace(const Workbench& bench_, const std::string& body_, Outcome& outcome_) {
   try {
-    std::printf("%s\n", bench_.module->trace(body_).c_str());
+    std::printf("%s\n", escapeBinary(bench_.module->trace(body_)).c_str());
   } catch (const ToolError& e) {
     outcome_.refusals.push_back(e.what());
     std::printf("(%s)\n", e.what());

@@ -4,6 +4,7 @@
 
 #include "commands.h"
 #include "input.h"
+#include "text_util.h"
 
 namespace tarnpb {
 
@@ -44,7 +45,8 @@ int finishStream(const Delimited& stream_, size_t refused_, const std::string& s
 // Each dotted path hashed the way the module hashes field paths: the first
 // name from the value set's base, every further one from the separator
 // added to the hash before it.
-tarn::tarn_xpath_hash_set findSet(const Args& args_, const Workbench& bench_) {
+tarn::tarn_xpath_hash_set findSet(const Args& args_, const Workbench& bench_,
+                                  std::map<uint32_t, std::string>& paths_) {
   tarn::tarn_xpath_hash_set set;
   for (const auto& path : args_.all("find")) {
     const std::vector<std::string> names = splitPath(path);
@@ -58,13 +60,15 @@ tarn::tarn_xpath_hash_set findSet(const Args& args_, const Workbench& bench_) {
       hash = tarn_message_xpath_hash_string(names[i].data(), names[i].size(), hash);
     }
     set.insert(hash);
+    paths_[hash] = path;
   }
   return set;
 }
 
 int runParse(const Args& args_) {
   auto bench = Workbench::open(args_);
-  const tarn::tarn_xpath_hash_set find = findSet(args_, *bench);
+  std::map<uint32_t, std::string> paths;
+  const tarn::tarn_xpath_hash_set find = findSet(args_, *bench, paths);
   const tarn::tarn_xpath_hash_set* pFind = args_.has("find") ? &find : nullptr;
 
   if (args_.has("delimited")) {
@@ -86,8 +90,9 @@ int runParse(const Args& args_) {
                                        std::to_string(entries) + " entries", seconds));
   }
 
-  const Parsed parsed =
+  Parsed parsed =
       parseWith(*bench, bench->loadMessage(args_.positional()[0], args_.has("text")), pFind);
+  parsed.knownPaths = paths;
   showParse(stdout, *bench, parsed, "", args_.has("json"));
   if (parsed.status != TARN_SUCCESS) {
     throw ToolError(exit_refused, "the module refused the message (status " +
@@ -125,18 +130,22 @@ int runTrace(const Args& args_) {
   }
 
   const std::string body = bench->loadMessage(args_.positional()[0], args_.has("text"));
-  if (!fixed) {
-    std::printf("%s\n", bench->module->trace(body).c_str());
-    return exit_ok;
-  }
   std::string text;
-  const int status = bench->module->traceOnce(body, capacity, text);
+  int status = TARN_SUCCESS;
+  if (fixed) {
+    status = bench->module->traceOnce(body, capacity, text);
+  } else {
+    text = bench->module->trace(body);
+  }
+  const size_t written = text.size();
+  // The trace holds string and bytes fields as they stand, NUL bytes included.
+  if (args_.has("escape")) text = escapeBinary(text);
   std::fwrite(text.data(), 1, text.size(), stdout);
   std::printf("\n");
   if (status != TARN_SUCCESS) {
     throw ToolError(exit_refused, "the module refused the trace (status " + std::to_string(status) +
                                       ") with " + std::to_string(capacity) + " bytes of room; " +
-                                      std::to_string(text.size()) + " bytes were written");
+                                      std::to_string(written) + " bytes were written");
   }
   return exit_ok;
 }
@@ -165,6 +174,9 @@ Command traceCommand() {
   options.push_back({"capacity", 'c', "N", false,
                      "give the module a trace buffer of N bytes instead of one that grows "
                      "until the trace fits"});
+  options.push_back({"escape", 'e', nullptr, false,
+                     "show bytes outside printable ASCII as \\xNN (the trace copies string and "
+                     "bytes fields as they stand)"});
   return {{"trace", "[options] MESSAGE", "Show the module's trace text of a message.",
            "MESSAGE is a file, or - for the standard input. With --capacity, a buffer\n"
            "too small is refused by the module; the text it wrote up to then is shown.",

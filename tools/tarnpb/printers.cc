@@ -68,6 +68,11 @@ std::vector<EntryLine> describeEntries(const ParseView& view_) {
       if (parentKnown) names = namePaths[e.parent];
       if (!parentKnown || !names.empty()) names.push_back(line.name);
     }
+    line.detached = names.empty();
+    if (names.empty() && view_.pKnownPaths != nullptr) {
+      auto known = view_.pKnownPaths->find(e.hash);
+      if (known != view_.pKnownPaths->end()) names = splitPath(known->second);
+    }
     line.path = names.empty() ? "?." + line.name : "";
     for (size_t n = 0; n < names.size(); ++n) line.path += (n ? "." : "") + names[n];
     line.kind = kindOf(e);
@@ -94,8 +99,9 @@ void printTree(std::FILE* pOut_, const ParseView& view_) {
   const tarn_host::ValueSet& set = *view_.pSet;
   const std::vector<EntryLine> lines = describeEntries(view_);
   if (!view_.title.empty()) std::fprintf(pOut_, "%s: ", view_.title.c_str());
-  std::fprintf(pOut_, "%s, %zu bytes, %u entries%s", view_.typeName.c_str(), view_.pBody->size(),
-               set.size(), view_.partial ? " kept by the find set" : "");
+  std::fprintf(pOut_, "%s, %zu bytes, %u %s%s", view_.typeName.c_str(), view_.pBody->size(),
+               set.size(), set.size() == 1 ? "entry" : "entries",
+               view_.partial ? " kept by the find set" : "");
   if (view_.status != 0) std::fprintf(pOut_, ", parse FAILED with status %d", view_.status);
   std::fprintf(pOut_, "\n");
   if (lines.empty()) return;
@@ -103,7 +109,8 @@ void printTree(std::FILE* pOut_, const ParseView& view_) {
   size_t fieldWidth = 5;
   bool anyRequired = false;
   for (const auto& l : lines) {
-    const size_t width = 2 * static_cast<size_t>(l.depth) + l.name.size() + (l.required ? 1 : 0);
+    const size_t width = 2 * static_cast<size_t>(l.depth) +
+                         (l.detached ? l.path : l.name).size() + (l.required ? 1 : 0);
     if (width > fieldWidth) fieldWidth = width;
     anyRequired = anyRequired || l.required;
   }
@@ -118,7 +125,9 @@ void printTree(std::FILE* pOut_, const ParseView& view_) {
                "raw bytes");
   for (const auto& l : lines) {
     const tarn_message_value_set_entry& e = set[l.index];
-    std::string field = std::string(2 * static_cast<size_t>(l.depth), ' ') + l.name;
+    // An entry kept without its enclosing message is named by its whole path.
+    std::string field =
+        std::string(2 * static_cast<size_t>(l.depth), ' ') + (l.detached ? l.path : l.name);
     if (l.required) field += "*";
     std::string value = l.value;
     if (!l.enumName.empty()) value += " (" + l.enumName + ")";

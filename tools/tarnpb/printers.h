@@ -7,6 +7,7 @@
 #include <google/protobuf/descriptor.h>
 
 #include <cstdio>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -24,13 +25,17 @@ struct ParseView {
   bool partial = false;
   // The tool's descriptor of the root type, for enum names; may be null.
   const google::protobuf::Descriptor* pRoot = nullptr;
+  // Dotted paths by hash (those a partial parse asked for): they place an
+  // entry whose enclosing message the find set did not keep.
+  const std::map<uint32_t, std::string>* pKnownPaths = nullptr;
 };
 
 // One entry, interpreted.
 struct EntryLine {
   uint32_t index;
   int depth;         // 0 for top-level fields
-  std::string path;  // dotted names from the top, as far as the parents are stored
+  std::string path;  // dotted names from the top; "?." in front when not known
+  bool detached;     // its parent is not stored, yet it is not a top-level field
   std::string name;
   std::string kind;      // int, double, string, message
   std::string value;     // as shown in the tree

@@ -73,6 +73,22 @@ std::string quoted(const char* pData_, size_t length_, size_t maxBytes_) {
   return out;
 }
 
+std::string escapeBinary(const std::string& text_) {
+  std::string out;
+  out.reserve(text_.size());
+  for (char ch : text_) {
+    const unsigned char c = static_cast<unsigned char>(ch);
+    if (printable(c)) {
+      out += ch;
+    } else {
+      out += "\\x";
+      out += hex_digits[c >> 4];
+      out += hex_digits[c & 15];
+    }
+  }
+  return out;
+}
+
 std::string jsonString(const char* pData_, size_t length_) {
   std::string out = "\"";
   for (size_t i = 0; i < length_; ++i) {

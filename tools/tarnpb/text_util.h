@@ -19,6 +19,10 @@ std::string hexCompact(const char* pData_, size_t length_);
 // anything not printable ASCII; past maxBytes_ (0: no limit) cut with "...".
 std::string quoted(const char* pData_, size_t length_, size_t maxBytes_ = 0);
 
+// The bytes as they are, except those outside printable ASCII, which become
+// \xNN so that binary trace text cannot upset a terminal.
+std::string escapeBinary(const std::string& text_);
+
 // A JSON string literal. Bytes outside printable ASCII become \u00XX, one per
 // byte, so any byte string gives valid JSON that names its bytes exactly.
 std::string jsonString(const char* pData_, size_t length_);
