@@ -10,13 +10,15 @@ namespace tarnpb {
 
 namespace {
 
+// The common options, so that one set of options serves every command; the
+// module is not loaded here, so --module and --quiet change nothing.
 std::vector<OptionSpec> codecOptions() {
-  return {
-      {"proto-path", 'I', "DIR", true, "directory searched for .proto files"},
-      {"proto", 'p', "FILE", false, ".proto file to load, relative to a proto path"},
-      {"type", 't', "NAME", false,
-       "full name of the message type (default: the file's only message)"},
-  };
+  std::vector<OptionSpec> options = schemaOptions();
+  for (auto& o : options) {
+    if (std::string(o.name) == "module" || std::string(o.name) == "quiet")
+      o.help = "accepted for uniform command lines; no effect (the module is not loaded)";
+  }
+  return options;
 }
 
 std::string shownName(const std::string& path_) { return path_ == "-" ? "<stdin>" : path_; }

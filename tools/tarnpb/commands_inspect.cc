@@ -97,7 +97,8 @@ int runParse(const Args& args_) {
   if (parsed.status != TARN_SUCCESS) {
     throw ToolError(exit_refused, "the module refused the message (status " +
                                       std::to_string(parsed.status) + ") after storing " +
-                                      std::to_string(parsed.set->size()) + " entries");
+                                      std::to_string(parsed.set->size()) +
+                                      (parsed.set->size() == 1 ? " entry" : " entries"));
   }
   return exit_ok;
 }

@@ -109,8 +109,8 @@ void printTree(std::FILE* pOut_, const ParseView& view_) {
   size_t fieldWidth = 5;
   bool anyRequired = false;
   for (const auto& l : lines) {
-    const size_t width = 2 * static_cast<size_t>(l.depth) +
-                         (l.detached ? l.path : l.name).size() + (l.required ? 1 : 0);
+    const size_t width = 2 * static_cast<size_t>(l.depth) + (l.detached ? l.path : l.name).size() +
+                         (l.required ? 1 : 0);
     if (width > fieldWidth) fieldWidth = width;
     anyRequired = anyRequired || l.required;
   }
