@@ -82,6 +82,8 @@ std::vector<DamageCase> damageCases() {
   };
 }
 
+void PrintTo(const DamageCase& c, std::ostream* os) { *os << c.name; }
+
 class MergeDamaged : public ::testing::TestWithParam<DamageCase> {};
 
 TEST_P(MergeDamaged, StaysInsideTheSetsAndTheRoom) {

@@ -82,6 +82,8 @@ std::vector<MergeCase> mergeCases() {
   };
 }
 
+void PrintTo(const MergeCase& c, std::ostream* os) { *os << c.name; }
+
 class MergeExamples : public ::testing::TestWithParam<MergeCase> {};
 
 TEST_P(MergeExamples, WritesExactBytesInsideTheHostsRoom) {

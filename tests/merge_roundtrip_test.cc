@@ -168,9 +168,11 @@ TEST_F(RichRoundTrip, MergeOfRandomPairsMatchesTheModel) {
   }
 }
 
-// The entries of one level as host values: a message entry with children
-// becomes a document value followed by its members one level deeper; defaults
-// (no bytes) are left out, and a packed field's elements give one value.
+// The entries of one level as host values: a message entry becomes a document
+// value followed by its members one level deeper; defaults (no bytes) are left
+// out, and a packed field's elements give one value. A document is closed only
+// by a fall in depth, so a message none of whose entries has bytes is passed
+// as a plain value with its whole encoding.
 void collect(const tarn_host::ValueSet& set_, uint32_t first_, uint32_t depth_,
              std::vector<tarn_message_value>& out_) {
   const char* pPreviousRaw = nullptr;
@@ -182,11 +184,12 @@ void collect(const tarn_host::ValueSet& set_, uint32_t first_, uint32_t depth_,
     v.depth = depth_;
     v.xpath_value.raw_bytes = e.raw_bytes;
     v.xpath_value.raw_bytes_length = e.raw_bytes_length;
-    const bool nested = e.first_child != invalid;
-    v.xpath_value.type_hint =
-        nested ? tarn_message_xpath_value_type_document : tarn_message_xpath_value_type_string;
+    v.xpath_value.type_hint = tarn_message_xpath_value_type_string;
+    std::vector<tarn_message_value> members;
+    if (e.first_child != invalid) collect(set_, e.first_child, depth_ + 1, members);
+    if (!members.empty()) v.xpath_value.type_hint = tarn_message_xpath_value_type_document;
     out_.push_back(v);
-    if (nested) collect(set_, e.first_child, depth_ + 1, out_);
+    out_.insert(out_.end(), members.begin(), members.end());
   }
 }
 

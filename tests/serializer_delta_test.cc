@@ -124,6 +124,8 @@ std::vector<ListCase> listCases() {
   };
 }
 
+void PrintTo(const ListCase& c, std::ostream* os) { *os << c.name; }
+
 class SerializeLists : public ::testing::TestWithParam<ListCase> {};
 
 TEST_P(SerializeLists, WritesExactBytesInsideTheRoom) {
