@@ -210,7 +210,6 @@ TEST(Tool, ParseTreeIsExact) {
   std::snprintf(hashes[0], 16, "0x%08x", pathHash({"id"}));
   std::snprintf(hashes[1], 16, "0x%08x", pathHash({"inner"}));
   std::snprintf(hashes[2], 16, "0x%08x", pathHash({"inner", "label"}));
-  const std::string pad(30 - 7, ' ');
   EXPECT_EQ(std::string("tarn.test.Sample, 8 bytes, 3 entries\n") +
                 "    #  hash        field    kind     value                         raw bytes\n"
                 "    0  " +
@@ -386,6 +385,84 @@ TEST(Tool, ModuleLogGoesToStandardError) {
   EXPECT_EQ(0, quiet.status);
   EXPECT_EQ("[warning] Error in tarn_protobuf: proto path does not exist: /nonexistent/dir\n",
             quiet.err);
+}
+
+// The delta-publish merge, byte for byte: update fields first, nested messages
+// merged with the stored tag, stored fields the update lacks after them.
+TEST(Tool, MergeWritesTheModulesMergedBody) {
+  struct Case {
+    const char* name;
+    std::string stored;
+    std::string update;
+    std::string merged;  // hex
+  };
+  using wire::Body;
+  const Case cases[] = {
+      {"ScalarReplaced", Body().varint(1, 4).str(2, "b"), Body().varint(1, 5), "08 05 12 01 62"},
+      {"UpdateFieldsFirst", Body().varint(1, 4), Body().str(2, "a"), "12 01 61 08 04"},
+      {"NestedMerged", Body().varint(1, 4).str(2, "b").msg(5, Body().str(1, "x")),
+       Body().msg(5, Body().str(1, "y")), "2A 03 0A 01 79 08 04 12 01 62"},
+      {"EmptyUpdate", Body().varint(1, 4), "", "08 04"},
+      {"PackedOnce", Body().str(4, "\x06").varint(1, 1), Body().str(4, std::string("\x02\x04", 2)),
+       "22 02 02 04 08 01"},
+  };
+  tarn_test::TempDir dir;
+  for (const Case& c : cases) {
+    const std::string out = dir.path() + "/merged.bin";
+    const ToolRun run =
+        tarnpb("merge -o " + quote(out) + " " + sample + quote(dir.write("stored.bin", c.stored)) +
+               " " + quote(dir.write("update.bin", c.update)));
+    EXPECT_EQ(0, run.status) << c.name << run.err;
+    EXPECT_EQ(c.merged, wire::hex(readFile(out))) << c.name;
+    EXPECT_EQ(0u, run.out.find("merged message: tarn.test.Sample, ")) << c.name;
+  }
+  // Without -o, and with the standard output not a terminal, the body goes
+  // there and the parsed view to standard error.
+  const ToolRun piped = tarnpb("merge " + sample + quote(dir.write("s.bin", cases[0].stored)) +
+                               " " + quote(dir.write("u.bin", cases[0].update)));
+  EXPECT_EQ(0, piped.status);
+  EXPECT_EQ(cases[0].merged, wire::hex(piped.out));
+  EXPECT_EQ(0u, piped.err.find("merged message: tarn.test.Sample, 5 bytes, 2 entries\n"));
+}
+
+// A message rebuilt from its value list: submessages get four-byte length
+// prefixes, the elements of a packed field are written once.
+TEST(Tool, SerializeRebuildsFromTheValueList) {
+  tarn_test::TempDir dir;
+  const std::string out = dir.path() + "/rebuilt.bin";
+  const ToolRun run =
+      tarnpb("serialize -o " + quote(out) + " --text " + sample +
+             quote(dir.write("m.txt",
+                             "id: 150 name: \"ab\" deltas: [-1, 2] inner { label: \"x\" } "
+                             "ratio: 0.25")));
+  EXPECT_EQ(0, run.status) << run.err;
+  EXPECT_EQ("08 96 01 12 02 61 62 22 02 01 04 2A 83 80 80 00 0A 01 78 35 00 00 80 3E",
+            wire::hex(readFile(out)));
+  EXPECT_EQ(
+      "6 values, size answer 28, 24 bytes written; libprotobuf reads the same message as the "
+      "input",
+      lastLine(run.out));
+}
+
+// The demo needs no argument and runs the whole cycle on the bundled example.
+TEST(Tool, DemoRunsTheWholeCycle) {
+  const ToolRun run = tarnpb("demo -q");
+  EXPECT_EQ(0, run.status) << run.err;
+  EXPECT_EQ("", run.err);
+  for (const char* piece : {
+           "== the module's value set for it\ntarn.example.BookSnapshot, 121 bytes, 41 entries\n",
+           "\n== the module's trace of it\nprotobuf({\"instrument\":{\"symbol\":\"ACME\",",
+           "\"checksum\":\"\\x1f\\x8b\\x00\\x7f\"})\n",
+           "== merged by the module (delta publish)\n125 bytes: ",
+           "  quantity: 250\n  aggressor: ASK\n  trade_id: 4400917\n}\n",
+           "phase: AUCTION\n",
+       }) {
+    EXPECT_NE(std::string::npos, run.out.find(piece)) << piece;
+  }
+  const ToolRun elsewhere = tarnpb("demo --examples /nonexistent");
+  EXPECT_EQ(2, elsewhere.status);
+  EXPECT_EQ("tarnpb demo: the example is not in /nonexistent (give --examples DIR)",
+            lastLine(elsewhere.err));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "commands.h"
+#include "host/merge_bound.h"
 #include "input.h"
 #include "text_util.h"
 
@@ -48,24 +49,12 @@ Parsed parseOrRefuse(const Workbench& bench_, const std::string& path_, bool tex
   return parsed;
 }
 
-// Room for a merge: every byte of both messages once, a nested prefix of up
-// to five bytes for each message entry merged, and twice over for messages the
-// update repeats (each occurrence may take in the same stored fields).
-size_t mergeRoom(const tarn_host::ValueSet& update_, const tarn_host::ValueSet& stored_) {
-  size_t room = 16;
-  for (uint32_t i = 0; i < update_.size(); ++i) room += update_[i].raw_bytes_length + 10;
-  for (uint32_t i = 0; i < stored_.size(); ++i) room += stored_[i].raw_bytes_length;
-  return room * 2;
-}
-
 }  // namespace
 
 std::string mergeBodies(const ModuleSession& module_, tarn_host::ValueSet& update_,
                         tarn_host::ValueSet& stored_) {
-  // The module walks both sets from entry 0; an empty set has no entry 0.
-  if (update_.size() == 0 || stored_.size() == 0)
-    throw ToolError(exit_refused, "a message that parses to no entries cannot be merged");
-  const size_t room = mergeRoom(update_, stored_);
+  // The module checks no capacity: the host sizes the segment beforehand.
+  const size_t room = static_cast<size_t>(tarn_host::mergeOutputBound(update_, stored_));
   std::string buffer(room + guard_bytes, guard_fill);
   tarn_delta_message_data delta = {};
   delta.output.data = &buffer[0];
