@@ -39,6 +39,27 @@ const OptionSpec* findShort(const CommandSpec& command_, char name_) {
   return nullptr;
 }
 
+// Words of text_ on lines that end by column width_, every line after the
+// first indented to column indent_.
+std::string wrap(const std::string& text_, size_t indent_, size_t width_) {
+  std::string out;
+  size_t column = indent_;
+  std::istringstream words(text_);
+  std::string word;
+  while (words >> word) {
+    if (column > indent_ && column + 1 + word.size() > width_) {
+      out += "\n" + std::string(indent_, ' ');
+      column = indent_;
+    } else if (column > indent_) {
+      out += ' ';
+      ++column;
+    }
+    out += word;
+    column += word.size();
+  }
+  return out;
+}
+
 std::string see(const CommandSpec& command_) {
   return " (see tarnpb " + std::string(command_.name) + " --help)";
 }
@@ -131,7 +152,8 @@ std::string commandHelp(const CommandSpec& command_) {
       left.resize(26, ' ');
     else
       left += "\n" + std::string(26, ' ');
-    out << left << o.help << (o.repeatable ? " (repeatable)" : "") << "\n";
+    out << left << wrap(std::string(o.help) + (o.repeatable ? " (repeatable)" : ""), 26, 80)
+        << "\n";
   }
   out << "  -h, --help              this text\n"
       << "\nexit status: 0 success, 1 refused by the module or the schema, 2 usage error\n";
