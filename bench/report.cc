@@ -65,6 +65,7 @@ int printTable(const std::vector<Row>& rows_, const std::vector<Target>& targets
               "allocs/op", "module vs", "ratio", "target", "met");
   std::string lastShape;
   for (const Row& row : rows_) {
+    if (find(collector_, row.key) == nullptr) continue;
     if (row.shape != lastShape) {
       rule();
       lastShape = row.shape;
