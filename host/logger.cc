@@ -46,16 +46,26 @@ void Logger::echoToStderr(bool on_) {
 
 std::string Logger::levelName(int level_) {
   switch (level_) {
-    case 0: return "none";
-    case 1: return "developer";
-    case 2: return "trace";
-    case 4: return "stats";
-    case 8: return "info";
-    case 16: return "warning";
-    case 32: return "error";
-    case 64: return "critical";
-    case 128: return "emergency";
-    default: return "level " + std::to_string(level_);
+    case 0:
+      return "none";
+    case 1:
+      return "developer";
+    case 2:
+      return "trace";
+    case 4:
+      return "stats";
+    case 8:
+      return "info";
+    case 16:
+      return "warning";
+    case 32:
+      return "error";
+    case 64:
+      return "critical";
+    case 128:
+      return "emergency";
+    default:
+      return "level " + std::to_string(level_);
   }
 }
 

@@ -81,7 +81,8 @@ ContextOptions& ContextOptions::add(const char* key_, const char* value_) {
 tarn_module_options ContextOptions::get() {
   _options.clear();
   for (size_t i = 0; i < _texts.size(); ++i)
-    _options.push_back({_texts[i].first.c_str(), _nullValue[i] ? nullptr : _texts[i].second.c_str()});
+    _options.push_back(
+        {_texts[i].first.c_str(), _nullValue[i] ? nullptr : _texts[i].second.c_str()});
   _options.push_back({nullptr, nullptr});
   return _options.data();
 }

@@ -20,8 +20,8 @@ inline uint32_t fnv1a(const char* pData_, size_t length_, uint32_t seed_) {
 
 }  // namespace
 
-TARN_HOST_EXPORT tarn_message_xpath_hash tarn_message_xpath_hash_string(
-    const char* data, size_t length, tarn_message_xpath_hash seed) {
+TARN_HOST_EXPORT tarn_message_xpath_hash
+tarn_message_xpath_hash_string(const char* data, size_t length, tarn_message_xpath_hash seed) {
   return fnv1a(data, length, seed);
 }
 

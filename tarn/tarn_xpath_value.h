@@ -45,7 +45,7 @@ class tarn_xpath_value {
   }
 };
 
-#define TARN_SAME_FIELD(a, b)                                                          \
+#define TARN_SAME_FIELD(a, b)                                                               \
   static_assert(offsetof(tarn_xpath_value, a) == offsetof(tarn_message_value_set_entry, b), \
                 "tarn_xpath_value." #a " must sit where the SDK entry keeps " #b)
 TARN_SAME_FIELD(_hash, hash);

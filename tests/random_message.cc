@@ -19,7 +19,8 @@ namespace {
 
 class ThrowingCollector : public google::protobuf::compiler::MultiFileErrorCollector {
  public:
-  void AddError(const std::string& file, int line, int column, const std::string& message) override {
+  void AddError(const std::string& file, int line, int column,
+                const std::string& message) override {
     throw std::runtime_error(file + ":" + std::to_string(line) + ":" + std::to_string(column) +
                              ": " + message);
   }
@@ -28,12 +29,18 @@ class ThrowingCollector : public google::protobuf::compiler::MultiFileErrorColle
 template <typename T>
 T pickInt(std::mt19937_64& rng) {
   switch (rng() % 6) {
-    case 0: return 0;
-    case 1: return static_cast<T>(-1);
-    case 2: return std::numeric_limits<T>::max();
-    case 3: return std::numeric_limits<T>::min();
-    case 4: return static_cast<T>(rng() % 300);
-    default: return static_cast<T>(rng());
+    case 0:
+      return 0;
+    case 1:
+      return static_cast<T>(-1);
+    case 2:
+      return std::numeric_limits<T>::max();
+    case 3:
+      return std::numeric_limits<T>::min();
+    case 4:
+      return static_cast<T>(rng() % 300);
+    default:
+      return static_cast<T>(rng());
   }
 }
 
@@ -44,8 +51,7 @@ double pickDouble(std::mt19937_64& rng) {
 
 std::string pickText(std::mt19937_64& rng, bool binary) {
   std::string s(rng() % 12, ' ');
-  for (char& c : s)
-    c = binary ? static_cast<char>(rng()) : static_cast<char>(' ' + rng() % 95);
+  for (char& c : s) c = binary ? static_cast<char>(rng()) : static_cast<char>(' ' + rng() % 95);
   return s;
 }
 
@@ -123,9 +129,10 @@ TestSchema::TestSchema(const std::string& file) : _impl(std::make_shared<Impl>()
 }
 
 TestSchema& TestSchema::get(const std::string& file) {
-  static std::map<std::string, TestSchema*> schemas;
-  auto it = schemas.find(file);
-  if (it == schemas.end()) it = schemas.emplace(file, new TestSchema(file)).first;
+  // Never destroyed, so the schemas stay reachable for the leak checker.
+  static auto* schemas = new std::map<std::string, TestSchema*>();
+  auto it = schemas->find(file);
+  if (it == schemas->end()) it = schemas->emplace(file, new TestSchema(file)).first;
   return *it->second;
 }
 

@@ -6,8 +6,8 @@ ModuleErrorCollector::ErrorMessage::ErrorMessage(const std::string& fileName_, i
                                                  int column_, const std::string& message_) {
   // Numbers pass through as the importer gave them: 0-based, -1 for a whole file.
   std::ostringstream text;
-  text << "Error in tarn_protobuf parsing file " << fileName_ << " at line " << line_
-       << " column " << column_ << ": " << message_;
+  text << "Error in tarn_protobuf parsing file " << fileName_ << " at line " << line_ << " column "
+       << column_ << ": " << message_;
   _message = text.str();
 }
 

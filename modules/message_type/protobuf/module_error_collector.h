@@ -15,8 +15,7 @@ class ModuleErrorCollector : public google::protobuf::compiler::MultiFileErrorCo
  public:
   class ErrorMessage {
    public:
-    ErrorMessage(const std::string& fileName_, int line_, int column_,
-                 const std::string& message_);
+    ErrorMessage(const std::string& fileName_, int line_, int column_, const std::string& message_);
     ErrorMessage(ErrorMessage&&) = default;
     ~ErrorMessage() = default;
 

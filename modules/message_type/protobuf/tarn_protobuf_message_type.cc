@@ -63,8 +63,7 @@ bool tarn_protobuf_message_type::addType(const char* typeName_) {
         typeName_);
     return false;
   }
-  tarn_protobuf::logFormatted(tarn_module_log_level_info, "tarn_protobuf added type %s",
-                              typeName_);
+  tarn_protobuf::logFormatted(tarn_module_log_level_info, "tarn_protobuf added type %s", typeName_);
   if (_pRootDescriptor == nullptr) _pRootDescriptor = pType;
   return true;
 }

@@ -72,5 +72,5 @@ TARN_EXPORT int tarn_message_type_trace_message(tarn_message_type_context contex
                                                 const tarn_trace_buffer* pTraceBuffer_,
                                                 tarn_trace_output_buffer* pOutputBuffer_) {
   return static_cast<const tarn_protobuf_message_type*>(context_)->trace(pTraceBuffer_,
-                                                                          pOutputBuffer_);
+                                                                         pOutputBuffer_);
 }
