@@ -270,11 +270,14 @@ int main(int argc, char** argv) {
   std::vector<std::unique_ptr<Fixture>> fixtures;
   Registry registry;
   std::map<std::string, std::string> notes;
+  uint64_t moduleAllocations = 0;
   for (Shape& s : shapes) {
     auto f = std::make_unique<Fixture>();
     f->pShape = &s;
     f->pHost = &host;
+    const uint64_t before = allocationCount();
     f->context = host.context(TARN_BENCH_PROTO_DIR, proto_file, s.typeName);
+    moduleAllocations += allocationCount() - before;
     f->pType = schema.find(s.typeName);
     if (f->context == nullptr || f->pType == nullptr) {
       std::fprintf(stderr, "no context for %s\n", s.typeName.c_str());
@@ -293,6 +296,17 @@ int main(int argc, char** argv) {
     registerShape(registry, *f);
     fixtures.push_back(std::move(f));
   }
+
+  // Context creation allocates inside the dlopen'ed module and its importer:
+  // if the counter saw none, it could not vouch for the zeros in the table.
+  if (moduleAllocations == 0) {
+    std::fprintf(stderr, "the allocation counter does not see the module's allocations\n");
+    return 1;
+  }
+  std::printf(
+      "allocation counter check: creating %zu contexts made %llu heap allocations "
+      "in the module and its schema importer\n",
+      shapes.size(), static_cast<unsigned long long>(moduleAllocations));
 
   Collector collector;
   benchmark::RunSpecifiedBenchmarks(&collector);
