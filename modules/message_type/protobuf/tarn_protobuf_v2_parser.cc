@@ -5,6 +5,7 @@
 #include <new>
 
 #include "tarn_protobuf_message_type.h"
+#include "tarn_protobuf_v2_parser_inline.h"
 
 using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
@@ -33,32 +34,60 @@ int tarn_protobuf_v2_parser::parse(const char* pSource_, size_t sourceLength_) {
 }
 
 uint64_t tarn_protobuf_v2_parser::_consumeVarintSlow(const char*& pSrc_, const char* pEnd_) {
+  const auto* p = reinterpret_cast<const unsigned char*>(pSrc_);
+  // With ten bytes left a varint of up to ten bytes cannot be cut off, so its
+  // bytes are taken without a bound check each. Byte 9 holds bit 63 only; the
+  // shift drops its higher bits, as the checked loop below does.
+  if (pEnd_ - pSrc_ >= 10) {
+    uint64_t value = 0;
+    for (unsigned i = 0; i < 10; ++i) {
+      const uint64_t byte = p[i];
+      value |= (byte & 0x7F) << (varint_component_bits * i);
+      if (byte < 0x80) {
+        pSrc_ += i + 1;
+        return value;
+      }
+    }
+    // Longer than ten bytes: only the checked loop knows where it ends.
+  }
   uint64_t value = 0;
   unsigned shift = 0;
-  const char* p = pSrc_;
-  while (p < pEnd_ && (static_cast<unsigned char>(*p) & 0x80) != 0) {
+  const char* q = pSrc_;
+  while (q < pEnd_ && (static_cast<unsigned char>(*q) & 0x80) != 0) {
     // Past the 64th bit there is nowhere to put a group: it is dropped, and the
     // shift stops growing so that it is never applied at 64 or more.
     if (shift < 64) {
-      value |= static_cast<uint64_t>(static_cast<unsigned char>(*p) & 0x7F) << shift;
+      value |= static_cast<uint64_t>(static_cast<unsigned char>(*q) & 0x7F) << shift;
       shift += varint_component_bits;
     }
-    ++p;
+    ++q;
   }
-  if (p == pEnd_) {
-    pSrc_ = p;
+  if (q == pEnd_) {
+    pSrc_ = q;
     return 0;
   }
-  if (shift < 64) value |= static_cast<uint64_t>(static_cast<unsigned char>(*p)) << shift;
-  pSrc_ = p + 1;
+  if (shift < 64) value |= static_cast<uint64_t>(static_cast<unsigned char>(*q)) << shift;
+  pSrc_ = q + 1;
   return value;
+}
+
+const FieldDescriptor* tarn_protobuf_v2_parser::_findFieldSlow(const Descriptor* pDescriptor_,
+                                                               int number_, int& index_) {
+  const FieldDescriptor* const pField = pDescriptor_->FindFieldByNumber(number_);
+  if (pField != nullptr) index_ = pField->index();
+  return pField;
 }
 
 int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
   const char* const pEnd = context_._pSrc + context_._srcLength;
   const Descriptor* const pDescriptor = context_._pDescriptor;
+  const int fieldCount = pDescriptor->field_count();
   omitted_ranges omittedRanges;
   int lastFieldSeenIndex = -1;
+  // The field of the previous occurrence and its index: a repeated field
+  // arrives many times in a row, and the next field is tried after it.
+  const FieldDescriptor* pField = nullptr;
+  int thisIndex = -1;
 
   while (context_._pSrc < pEnd) {
     const char* const pValueStart = context_._pSrc;
@@ -69,10 +98,11 @@ int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
     // above the largest legal field number match no field and fail like field
     // 0 from a cut-off tag.
     const int number = static_cast<int32_t>(static_cast<uint32_t>(typeAndTag >> wiretype_bits));
-    const FieldDescriptor* const pField = pDescriptor->FindFieldByNumber(number);
-    if (pField == nullptr) return TARN_FAILURE;
+    if (pField == nullptr || pField->number() != number) {
+      pField = _findField(pDescriptor, fieldCount, number, thisIndex + 1, thisIndex);
+      if (pField == nullptr) return TARN_FAILURE;
+    }
 
-    const int thisIndex = pField->index();
     if (thisIndex > lastFieldSeenIndex) {
       if (thisIndex > lastFieldSeenIndex + 1)
         omittedRanges.addRange(lastFieldSeenIndex + 1, thisIndex);
@@ -88,40 +118,6 @@ int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
     }
   }
   return _insertDefaults(context_, omittedRanges, lastFieldSeenIndex);
-}
-
-void tarn_protobuf_v2_parser::_initializeValueFromDescriptor(tarn_message_value_set_entry* pValue_,
-                                                             const FieldDescriptor* pField_,
-                                                             parse_context& parseContext_) {
-  *pValue_ = tarn_message_value_set_entry();
-  const std::string& name = pField_->name();
-  pValue_->hash = tarn_message_xpath_hash_string(name.data(), name.size(), parseContext_._baseHash);
-  pValue_->parent = parseContext_._rootIndex;
-  pValue_->first_child = INVALID;
-  pValue_->next_sibling = INVALID;
-  pValue_->tag_bytes = name.data();
-  pValue_->tag_length = static_cast<uint32_t>(name.size());
-  if (pField_->label() == FieldDescriptor::LABEL_REQUIRED) {
-    pValue_->value_flags = tarn_message_value_set_entry_flag_required;
-  }
-}
-
-uint32_t tarn_protobuf_v2_parser::_insert(tarn_message_value_set_entry* pValue_) {
-  const uint32_t previous = _previousSibling;
-  _previousSibling = tarn_message_xpath_update(_valueSet, _findSet, pValue_);
-  // The host may move its storage on every update, so stored entries are
-  // fetched afresh and the pointers dropped at once.
-  if (previous != INVALID) {
-    tarn_message_value_set_entry* pPrevious = tarn_message_xpath_get(_valueSet, previous);
-    if (pPrevious != nullptr) pPrevious->next_sibling = _previousSibling;
-  }
-  if (pValue_->parent != INVALID) {
-    tarn_message_value_set_entry* pParent = tarn_message_xpath_get(_valueSet, pValue_->parent);
-    if (pParent != nullptr && pParent->first_child == INVALID) {
-      pParent->first_child = _previousSibling;
-    }
-  }
-  return _previousSibling;
 }
 
 uint32_t tarn_protobuf_v2_parser::_descend() {

@@ -16,6 +16,33 @@ namespace {
 
 const uint32_t serializable_body_type = 5;
 
+// Copies exactly n_ bytes. Most values are a tag and a short number, where a
+// call to memcpy costs more than the copy: up to 16 bytes are moved inline as
+// two fixed-size words that overlap in the middle, so nothing outside
+// [pDst_, pDst_ + n_) is written and nothing outside [pSrc_, pSrc_ + n_) read.
+inline void copyValue(char* pDst_, const char* pSrc_, size_t n_) {
+  if (n_ > 16) {
+    std::memcpy(pDst_, pSrc_, n_);
+  } else if (n_ >= 8) {
+    uint64_t head, tail;
+    std::memcpy(&head, pSrc_, 8);
+    std::memcpy(&tail, pSrc_ + n_ - 8, 8);
+    std::memcpy(pDst_, &head, 8);
+    std::memcpy(pDst_ + n_ - 8, &tail, 8);
+  } else if (n_ >= 4) {
+    uint32_t head, tail;
+    std::memcpy(&head, pSrc_, 4);
+    std::memcpy(&tail, pSrc_ + n_ - 4, 4);
+    std::memcpy(pDst_, &head, 4);
+    std::memcpy(pDst_ + n_ - 4, &tail, 4);
+  } else if (n_ != 0) {
+    const char first = pSrc_[0], middle = pSrc_[n_ / 2], last = pSrc_[n_ - 1];
+    pDst_[0] = first;
+    pDst_[n_ / 2] = middle;
+    pDst_[n_ - 1] = last;
+  }
+}
+
 // Fills the innermost open submessage's length slot and closes it. False when
 // the body is too long for the slot.
 bool closeSubmessage(tarn_protobuf_v2_serializer::tagstack& stack_, char* pDst_) {
@@ -30,48 +57,61 @@ bool closeSubmessage(tarn_protobuf_v2_serializer::tagstack& stack_, char* pDst_)
   return true;
 }
 
+// The body of serializeDelta: writes the count_ values at pValues_ through the
+// cursor pDst_ and closes every submessage it opened. False when the list
+// cannot be written. The cursor is a local of the caller's, not a member, and
+// the list is read through locals: the copies write through char*, which the
+// compiler must otherwise assume may change them.
+bool writeValues(const tarn_message_value* pValues_, size_t count_, char*& pDst_) {
+  char* pDst = pDst_;
+  tarn_protobuf_v2_serializer::tagstack stack;
+  uint32_t currentDepth = 0;
+  for (size_t idx = 0; idx < count_; ++idx) {
+    const tarn_message_value* pValue = pValues_ + idx;
+    // A fall of k levels closes the k innermost submessages. The difference
+    // is taken in 64 bits, so a rise is always a rise whatever the depths.
+    // A list that falls further than it opened (or rose without a document
+    // value, which opens nothing) closes only what is open: the stack is
+    // never popped empty, and every reserved slot still gets its length.
+    int64_t depthDelta = static_cast<int64_t>(pValue->depth) - currentDepth;
+    for (; depthDelta < 0 && !stack.empty(); ++depthDelta)
+      if (!closeSubmessage(stack, pDst)) return false;
+    currentDepth = pValue->depth;
+
+    const tarn_message_xpath_value& value = pValue->xpath_value;
+    if (value.type_hint == tarn_message_xpath_value_type_document) {
+      // A document without a complete tag at the start of its bytes cannot
+      // be framed; the whole list is refused rather than written unframed.
+      const size_t tagLength =
+          tarn_protobuf_v2_serializer::_tagLength(value.raw_bytes, value.raw_bytes_length);
+      if (tagLength == 0) return false;
+      copyValue(pDst, value.raw_bytes, tagLength);
+      pDst += tagLength;
+      stack.push_back(tarn_protobuf_v2_serializer::tagstack_entry{pDst});
+      pDst += tarn_protobuf_v2_serializer::max_submessage_length_varint;
+    } else if (value.raw_bytes_length != 0 && value.raw_bytes != nullptr) {
+      copyValue(pDst, value.raw_bytes, value.raw_bytes_length);
+      pDst += value.raw_bytes_length;
+    }
+  }
+  while (!stack.empty())
+    if (!closeSubmessage(stack, pDst)) return false;
+  pDst_ = pDst;
+  return true;
+}
+
 }  // namespace
 
 size_t tarn_protobuf_v2_serializer::serializeDelta(const tarn_message_value_list& values_) {
   char* const pStart = _pDst;
   if (values_.values == nullptr) return 0;
+  bool written = false;
   try {
-    tagstack stack;
-    uint32_t currentDepth = 0;
-    for (size_t idx = 0; idx < values_.count; ++idx) {
-      const tarn_message_value* pValue = values_.values + idx;
-      // A fall of k levels closes the k innermost submessages. The difference
-      // is taken in 64 bits, so a rise is always a rise whatever the depths.
-      // A list that falls further than it opened (or rose without a document
-      // value, which opens nothing) closes only what is open: the stack is
-      // never popped empty, and every reserved slot still gets its length.
-      int64_t depthDelta = static_cast<int64_t>(pValue->depth) - currentDepth;
-      for (; depthDelta < 0 && !stack.empty(); ++depthDelta)
-        if (!closeSubmessage(stack, _pDst)) return 0;
-      currentDepth = pValue->depth;
-
-      const tarn_message_xpath_value& value = pValue->xpath_value;
-      if (value.type_hint == tarn_message_xpath_value_type_document) {
-        // A document without a complete tag at the start of its bytes cannot
-        // be framed; the whole list is refused rather than written unframed.
-        const size_t tagLength = _tagLength(value.raw_bytes, value.raw_bytes_length);
-        if (tagLength == 0) return 0;
-        std::memcpy(_pDst, value.raw_bytes, tagLength);
-        _pDst += tagLength;
-        stack.push_back(tagstack_entry{_pDst});
-        _pDst += max_submessage_length_varint;
-      } else if (value.raw_bytes_length != 0 && value.raw_bytes != nullptr) {
-        std::memcpy(_pDst, value.raw_bytes, value.raw_bytes_length);
-        _pDst += value.raw_bytes_length;
-      }
-    }
-    while (!stack.empty())
-      if (!closeSubmessage(stack, _pDst)) return 0;
+    written = writeValues(values_.values, values_.count, _pDst);
   } catch (const std::bad_alloc&) {
     // More than 64 submessages open at once and no memory for the deeper stack.
-    return 0;
   }
-  return static_cast<size_t>(_pDst - pStart);
+  return written ? static_cast<size_t>(_pDst - pStart) : 0;
 }
 
 // The room the host sets aside for a serialization: the segment's content, the
@@ -88,9 +128,12 @@ TARN_EXPORT int tarn_message_type_compute_serialize_size(tarn_output_message_dat
   if (pList != nullptr && pList->values != nullptr) {
     for (size_t i = 0; i < pList->count && msgLen <= INT_MAX; ++i) {
       const tarn_message_xpath_value& value = pList->values[i].xpath_value;
+      // Without a branch: whether a value is a document follows no pattern.
+      const uint64_t slot = value.type_hint == tarn_message_xpath_value_type_document
+                                ? tarn_protobuf_v2_serializer::max_submessage_length_varint
+                                : 0;
       msgLen += value.raw_bytes_length;
-      if (value.type_hint == tarn_message_xpath_value_type_document)
-        msgLen += tarn_protobuf_v2_serializer::max_submessage_length_varint;
+      msgLen += slot;
     }
   }
   return msgLen > INT_MAX ? INT_MAX : static_cast<int>(msgLen);

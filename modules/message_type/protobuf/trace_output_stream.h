@@ -2,11 +2,17 @@
 // either fits whole or throws trace_output_exception before touching the
 // buffer, so a trace that runs out of room can be abandoned from any depth and
 // the host still finds the text written so far, counted exactly by `length`.
+//
+// A trace is mostly one-character punctuation, names and numbers, so the text
+// writes are inline: a bound check and a copy. Numbers are formatted straight
+// into the buffer, which their room check has already proved to have
+// convert_buffer_size free bytes.
 #ifndef TARN_PROTOBUF_TRACE_OUTPUT_STREAM_H
 #define TARN_PROTOBUF_TRACE_OUTPUT_STREAM_H
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 #include "tarn_common.h"
@@ -20,13 +26,27 @@ class trace_output_stream {
   // The stream does not own the buffer and writes nothing until asked.
   explicit trace_output_stream(tarn_trace_output_buffer* pOutput_) : _pOutput(pOutput_) {}
 
-  trace_output_stream& operator<<(char c_);
-  trace_output_stream& operator<<(const tarn::cstring& text_);
-  trace_output_stream& operator<<(const std::string& text_);
-  trace_output_stream& operator<<(const char* text_);
+  trace_output_stream& operator<<(char c_) {
+    _ensure(1);
+    _pOutput->output[_pOutput->length++] = c_;
+    return *this;
+  }
+  trace_output_stream& operator<<(const tarn::cstring& text_) {
+    _write(text_._p, text_._len);
+    return *this;
+  }
+  trace_output_stream& operator<<(const std::string& text_) {
+    _write(text_.data(), text_.size());
+    return *this;
+  }
+  trace_output_stream& operator<<(const char* text_) {
+    _write(text_, std::strlen(text_));
+    return *this;
+  }
 
   // Numbers demand convert_buffer_size free bytes whatever their text, so the
-  // room check never depends on formatting.
+  // room check never depends on formatting. Doubles read as "%g" would print
+  // them in the C locale; integers in plain decimal.
   trace_output_stream& operator<<(double value_);
   trace_output_stream& operator<<(uint64_t value_);
   trace_output_stream& operator<<(int64_t value_);
@@ -36,11 +56,27 @@ class trace_output_stream {
  private:
   static const unsigned int convert_buffer_size = 64;
 
-  // Throws unless size_ more bytes fit behind `length`.
-  void _ensure(size_t size_);
-  void _append(const char* p_, size_t n_);
+  // Throws unless size_ more bytes fit behind `length`. Written so that
+  // neither side can wrap: a host buffer that already claims more than its
+  // capacity simply has no room.
+  void _ensure(size_t size_) {
+    if (__builtin_expect(
+            _pOutput->length > _pOutput->capacity || size_ > _pOutput->capacity - _pOutput->length,
+            0))
+      _overflow();
+  }
+  [[noreturn]] static void _overflow();
+
+  void _write(const char* p_, size_t n_) {
+    _ensure(n_);
+    // An empty write may come with a null source or a null host buffer.
+    if (n_ == 0) return;
+    std::memcpy(_pOutput->output + _pOutput->length, p_, n_);
+    _pOutput->length += n_;
+  }
+
   template <typename T>
-  trace_output_stream& _number(const char* format_, T value_);
+  trace_output_stream& _number(T value_);
 
   tarn_trace_output_buffer* _pOutput;
 };
