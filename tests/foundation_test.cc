@@ -198,14 +198,14 @@ TEST(Context, ImportErrorsCarryTheImportersPositionsAndAccumulate) {
   Created first = create(s, "ProtoPath=;$DIR|ProtoFile=" + syntax + "|Type=A");
   EXPECT_EQ(nullptr, first.context);
   ASSERT_FALSE(first.errors.empty());
-  EXPECT_EQ(error + syntax + " at line 3 column 0: Expected \";\".", first.errors.back());
+  EXPECT_EQ(error + syntax + R"( at line 3 column 0: Expected ";".)", first.errors.back());
 
   // Every line collected so far comes again, oldest first, then the new one.
   Created second = create(s, "ProtoFile=" + undefined + "|Type=B");
   EXPECT_EQ(nullptr, second.context);
   ASSERT_EQ(first.errors.size() + 1, second.errors.size());
   EXPECT_TRUE(std::equal(first.errors.begin(), first.errors.end(), second.errors.begin()));
-  EXPECT_EQ(error + undefined + " at line 1 column 21: \"Missing\" is not defined.",
+  EXPECT_EQ(error + undefined + R"( at line 1 column 21: "Missing" is not defined.)",
             second.errors.back());
 
   // A successful import logs none of them.

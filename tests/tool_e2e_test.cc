@@ -97,26 +97,25 @@ TEST(Tool, ParseJsonNamesEveryEntry) {
   const ToolRun run = tarnpb("parse --json " + sample +
                              file(wire::Body().varint(1, 150).msg(5, wire::Body().str(1, "x"))));
   ASSERT_EQ(0, run.status) << run.lastError;
-  auto hash = [](std::initializer_list<std::string> names) {
-    return std::to_string(tarn_test::pathHash(names));
+  auto entry = [](std::string head, std::initializer_list<std::string> path, std::string links,
+                  std::string kind, std::string tail) {
+    return R"( {"index":)" + head + R"(","hash":)" + std::to_string(tarn_test::pathHash(path)) +
+           links + R"(,"kind":")" + kind + R"(",)" + tail + R"("default":false,"required":false,)";
   };
   EXPECT_EQ(
-      "{\"type\":\"tarn.test.Sample\",\"bytes\":8,\"status\":0,\"partial\":false,\"entries\":[\n"
-      " {\"index\":0,\"name\":\"id\",\"path\":\"id\",\"hash\":" +
-          hash({"id"}) +
-          ",\"depth\":0,\"parent\":null,\"first_child\":null,\"next_sibling\":1,\"kind\":\"int\","
-          "\"value\":150,\"default\":false,\"required\":false,\"raw\":\"089601\"},\n"
-          " {\"index\":1,\"name\":\"inner\",\"path\":\"inner\",\"hash\":" +
-          hash({"inner"}) +
-          ",\"depth\":0,\"parent\":null,\"first_child\":2,\"next_sibling\":null,\"kind\":"
-          "\"message\","
-          "\"default\":false,\"required\":false,\"raw\":\"2a030a0178\"},\n"
-          " {\"index\":2,\"name\":\"label\",\"path\":\"inner.label\",\"hash\":" +
-          hash({"inner", "label"}) +
-          ",\"depth\":1,\"parent\":1,\"first_child\":null,\"next_sibling\":null,\"kind\":"
-          "\"string\","
-          "\"value\":\"x\",\"default\":false,\"required\":false,\"raw\":\"0a0178\"}\n"
-          "]}\n",
+      R"({"type":"tarn.test.Sample","bytes":8,"status":0,"partial":false,"entries":[)"
+      "\n" +
+          entry(R"(0,"name":"id","path":"id)", {"id"},
+                R"(,"depth":0,"parent":null,"first_child":null,"next_sibling":1)", "int",
+                R"("value":150,)") +
+          R"("raw":"089601"},)" + "\n" +
+          entry(R"(1,"name":"inner","path":"inner)", {"inner"},
+                R"(,"depth":0,"parent":null,"first_child":2,"next_sibling":null)", "message", "") +
+          R"("raw":"2a030a0178"},)" + "\n" +
+          entry(R"(2,"name":"label","path":"inner.label)", {"inner", "label"},
+                R"(,"depth":1,"parent":1,"first_child":null,"next_sibling":null)", "string",
+                R"("value":"x",)") +
+          R"("raw":"0a0178"})" + "\n]}\n",
       run.out);
 }
 
@@ -147,7 +146,7 @@ TEST(Tool, MergeAndSerializeWriteTheModulesBytes) {
 
   const ToolRun rebuilt =
       tarnpb("serialize -o " + quote(out) + " --text " + sample +
-             file("id: 150 name: \"ab\" deltas: [-1, 2] inner { label: \"x\" } ratio: 0.25"));
+             file(R"(id: 150 name: "ab" deltas: [-1, 2] inner { label: "x" } ratio: 0.25)"));
   EXPECT_EQ(0, rebuilt.status) << rebuilt.lastError;
   EXPECT_EQ("08 96 01 12 02 61 62 22 02 01 04 2A 83 80 80 00 0A 01 78 35 00 00 80 3E",
             wire::hex(readFile(out)));
