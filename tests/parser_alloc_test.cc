@@ -8,19 +8,10 @@
 #include <cstdlib>
 #include <new>
 
-#include "parser_support.h"
+#include "module_fixture.h"
 #include "wire.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define TARN_TEST_NO_NEW_COUNT 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
-    __has_feature(memory_sanitizer)
-#define TARN_TEST_NO_NEW_COUNT 1
-#endif
-#endif
-
-#ifndef TARN_TEST_NO_NEW_COUNT
+#ifndef TARN_TEST_SANITIZED
 namespace {
 std::atomic<long> g_newCount{0};
 }
@@ -37,7 +28,7 @@ void operator delete(void* p_, std::size_t) noexcept { std::free(p_); }
 namespace {
 
 TEST(ParserAlloc, HeapOnlyBeyondSixteenOmittedRanges) {
-#ifdef TARN_TEST_NO_NEW_COUNT
+#ifdef TARN_TEST_SANITIZED
   GTEST_SKIP() << "allocation counting is off under sanitizers";
 #else
   struct Case {
@@ -52,7 +43,7 @@ TEST(ParserAlloc, HeapOnlyBeyondSixteenOmittedRanges) {
     const std::string bytes = body.bytes();
     tarn_host::ValueSet set;
     tarn_input_message input = {};
-    input.message_type_context = ptest::type("Wide");
+    input.message_type_context = tarn_test::context("parser.proto", "tarn.ptest.Wide");
     input.data = bytes.data();
     input.byte_count = bytes.size();
     (void)tarn_test::api();  // loaded before counting

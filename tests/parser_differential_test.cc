@@ -1,168 +1,181 @@
-// The module's entries against libprotobuf's decode of the same bodies:
-// random messages of the rich schema, mutations of them, and the public
-// golden bodies.
-#include <google/protobuf/compiler/importer.h>
-#include <google/protobuf/dynamic_message.h>
+// The module's entries against libprotobuf's decode of the same bodies: random
+// messages of the rich schema, mutations of them, the public golden bodies,
+// and partial parses against full ones.
 #include <gtest/gtest.h>
 
 #include <fstream>
 #include <iterator>
-#include <random>
-#include <sstream>
 
-#include "parser_reference.h"
 #include "random_message.h"
 #include "wire.h"
 
 namespace {
 
-using ptest::Parsed;
+using tarn_test::Parsed;
+using tarn_test::TestSchema;
 
-tarn_message_type_context richContext() {
-  return ptest::context(tarn_test::dataDir(), "rich.proto", "tarn.test.Rich");
-}
-
-const google::protobuf::Descriptor* richType() {
-  return tarn_test::TestSchema::get().type("tarn.test.Rich");
-}
+const google::protobuf::Descriptor* richType() { return TestSchema::get().type("tarn.test.Rich"); }
 
 TEST(ParserDifferential, RandomRichMessagesMatchLibprotobuf) {
-  const int count = 300;
-  for (int seed = 1; seed <= count; ++seed) {
+  for (int seed = 1; seed <= 300 && !testing::Test::HasFailure(); ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     const std::string body = tarn_test::randomBody(richType(), static_cast<uint64_t>(seed), 4);
-    auto reference = tarn_test::TestSchema::get().newMessage(richType());
-    ASSERT_TRUE(reference->ParsePartialFromString(body));
-    Parsed parsed(richContext(), body);
+    auto reference = TestSchema::get().read(richType(), body);
+    ASSERT_NE(nullptr, reference);
+    Parsed parsed(tarn_test::rich(), body);
     ASSERT_EQ(0, parsed.status());
-    ptest::expectMatchesReference(parsed, *reference);
-    if (testing::Test::HasFailure()) break;  // one seed's report is enough
+    EXPECT_EQ(tarn_test::expectedTree(*reference), tarn_test::tree(parsed));
   }
 }
 
-std::string mutate(const std::string& body_, std::mt19937_64& rng_) {
-  std::string out = body_;
-  switch (rng_() % 4) {
-    case 0:  // cut off
-      out.resize(out.empty() ? 0 : rng_() % out.size());
-      break;
-    case 1:  // flip bits of one byte
-      if (!out.empty()) out[rng_() % out.size()] ^= static_cast<char>(1 + rng_() % 255);
-      break;
-    case 2:  // overwrite a run with 0xFF: long varints and lengths
-      for (size_t i = out.empty() ? 0 : rng_() % out.size(), n = 1 + rng_() % 12;
-           i < out.size() && n > 0; ++i, --n) {
-        out[i] = '\xFF';
-      }
-      break;
-    default:  // insert a random byte
-      out.insert(out.begin() + static_cast<long>(out.empty() ? 0 : rng_() % out.size()),
-                 static_cast<char>(rng_()));
-      break;
-  }
-  return out;
-}
-
+// Cut, bit-flipped, 0xFF-overwritten and grown bodies: 0 or 255, and every
+// entry inside the exactly-sized copy and the set (a read past the copy is a
+// sanitizer error).
 TEST(ParserDifferential, MutatedBodiesNeverEscapeTheirBuffer) {
   std::mt19937_64 rng(20240611);
-  int failures = 0, successes = 0;
+  int outcomes[2] = {0, 0};
   for (int seed = 1; seed <= 200; ++seed) {
     const std::string body = tarn_test::randomBody(richType(), static_cast<uint64_t>(seed), 3);
     for (int k = 0; k < 8; ++k) {
-      const std::string mutated = mutate(body, rng);
-      Parsed parsed(richContext(), mutated);  // exactly-sized heap copy
-      ASSERT_TRUE(parsed.status() == 0 || parsed.status() == 255) << parsed.status();
-      (parsed.status() == 0 ? successes : failures)++;
-      ptest::expectEntriesInBounds(parsed);
-      if (testing::Test::HasFailure()) {
-        ADD_FAILURE() << "body " << wire::hex(mutated);
-        return;
+      std::string m = body;
+      const size_t at = m.empty() ? 0 : rng() % m.size();
+      switch (rng() % 4) {
+        case 0: m.resize(at); break;
+        case 1:
+          if (!m.empty()) m[at] ^= static_cast<char>(1 + rng() % 255);
+          break;
+        case 2:
+          for (size_t i = at, n = 1 + rng() % 12; i < m.size() && n > 0; ++i, --n) m[i] = '\xFF';
+          break;
+        default: m.insert(m.begin() + static_cast<long>(at), static_cast<char>(rng())); break;
       }
+      Parsed parsed(tarn_test::rich(), m);
+      ASSERT_TRUE(parsed.status() == 0 || parsed.status() == 255) << parsed.status();
+      ++outcomes[parsed.status() == 0];
+      const std::string tree = tarn_test::tree(parsed);
+      ASSERT_EQ(std::string::npos, tree.find('!')) << wire::hex(m) << "\n" << tree;
     }
   }
   // Both outcomes occur, so the mutations reach past the first tag.
-  EXPECT_GT(failures, 0);
-  EXPECT_GT(successes, 0);
+  EXPECT_GT(outcomes[0], 0);
+  EXPECT_GT(outcomes[1], 0);
 }
 
-// The public corpus, loaded into a libprotobuf pool of its own.
-class Corpus {
- public:
-  static Corpus* get() {
-    static Corpus* pCorpus = tarn_test::corpusDir().empty() ? nullptr : new Corpus();
-    return pCorpus;
-  }
-  std::unique_ptr<google::protobuf::Message> parse(const std::string& type_,
-                                                   const std::string& body_) {
-    const auto* pType = _importer.pool()->FindMessageTypeByName(type_);
-    std::unique_ptr<google::protobuf::Message> m(_factory.GetPrototype(pType)->New());
-    if (!m->ParseFromString(body_)) m.reset();
-    return m;
-  }
-  static std::string read(const std::string& name_) {
-    std::ifstream in(tarn_test::corpusDir() + "/" + name_, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  }
-
- private:
-  class Errors : public google::protobuf::compiler::MultiFileErrorCollector {
-   public:
-    void AddError(const std::string&, int, int, const std::string&) override {}
+TEST(ParserCorpus, GoldenBodiesMatchLibprotobuf) {
+  if (tarn_test::corpusDir().empty()) GTEST_SKIP() << "public corpus absent";
+  const std::string file = "google/protobuf/unittest.proto";
+  const TestSchema& corpus = TestSchema::get(file, tarn_test::corpusDir());
+  const struct {
+    const char* body;
+    const char* type;
+    int status;
+    uint32_t entries;
+  } cases[] = {
+      // Groups are not read: the walk stops at optionalgroup (field 16), after
+      // the fifteen scalar fields libprotobuf wrote before it.
+      {"golden_message", "protobuf_unittest.TestAllTypes", 255, 15},
+      {"golden_packed_fields_message", "protobuf_unittest.TestPackedTypes", 0, 28},
   };
-  Corpus() : _importer(&_tree, &_errors) {
-    _tree.MapPath("", tarn_test::corpusDir());
-    _importer.Import(file);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.body);
+    std::ifstream in(tarn_test::corpusDir() + "/" + c.body, std::ios::binary);
+    const std::string body{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    ASSERT_FALSE(body.empty());
+    auto reference = corpus.read(corpus.type(c.type), body);
+    ASSERT_NE(nullptr, reference);
+    Parsed parsed(tarn_test::context(file, c.type, tarn_test::corpusDir()), body);
+    EXPECT_EQ(c.status, parsed.status());
+    EXPECT_EQ(c.entries, parsed.size());
+    const auto* d = reference->GetDescriptor();
+    for (int i = 0; i < d->field_count() && c.status != 0; ++i)
+      if (d->field(i)->number() >= 16)
+        reference->GetReflection()->ClearField(reference.get(), d->field(i));
+    EXPECT_EQ(tarn_test::expectedTree(*reference, c.status == 0), tarn_test::tree(parsed));
   }
+}
 
- public:
-  static constexpr const char* file = "google/protobuf/unittest.proto";
+bool sameExceptParent(const tarn_test::entry_t& a, const tarn_test::entry_t& b) {
+  return a.hash == b.hash && a.value_mask == b.value_mask && a.value_flags == b.value_flags &&
+         a.type_hint == b.type_hint && a.l == b.l && a.raw_bytes == b.raw_bytes &&
+         a.tag_bytes == b.tag_bytes && a.string_rep == b.string_rep &&
+         a.raw_bytes_length == b.raw_bytes_length && a.tag_length == b.tag_length &&
+         a.string_rep_length == b.string_rep_length && a.array == b.array && a.last == b.last &&
+         a.array_count == b.array_count && a.first_child == b.first_child &&
+         a.next_sibling == b.next_sibling;
+}
 
- private:
-  google::protobuf::compiler::DiskSourceTree _tree;
-  Errors _errors;
-  google::protobuf::compiler::Importer _importer;
-  google::protobuf::DynamicMessageFactory _factory;
-};
-
-TEST(ParserCorpus, GoldenMessageStopsAtItsFirstGroup) {
-  Corpus* pCorpus = Corpus::get();
-  if (pCorpus == nullptr) GTEST_SKIP() << "public corpus absent";
-  const std::string body = Corpus::read("golden_message");
-  ASSERT_FALSE(body.empty());
-  auto reference = pCorpus->parse("protobuf_unittest.TestAllTypes", body);
-  ASSERT_NE(nullptr, reference);
-
-  Parsed parsed(
-      ptest::context(tarn_test::corpusDir(), Corpus::file, "protobuf_unittest.TestAllTypes"), body);
-  // Groups are not read: the walk stops at optionalgroup (field 16), after
-  // the fifteen scalar fields libprotobuf wrote before it.
-  EXPECT_EQ(255, parsed.status());
-  EXPECT_EQ(15u, parsed.size());
-  const auto* pDescriptor = reference->GetDescriptor();
-  for (int i = 0; i < pDescriptor->field_count(); ++i) {
-    if (pDescriptor->field(i)->number() >= 16) {
-      reference->GetReflection()->ClearField(reference.get(), pDescriptor->field(i));
+// A partial parse reads the same bytes and submits the same records as the
+// full parse; only the host's find set decides what is kept (an asked path
+// and everything below it).
+TEST(ParserPartial, SameSubmissionsAsTheFullParse) {
+  const auto M = tarn_test::context("parser.proto", "tarn.ptest.M");
+  const std::string example = wire::fromHex("08 05 12 03 0A 01 78 18 01 18 02");
+  struct Case {
+    tarn_message_type_context context;
+    std::string body;
+    std::vector<std::vector<std::string>> wanted;
+    int keptCount;  // -1: not fixed by the case
+  };
+  std::vector<Case> cases = {
+      {M, example, {{"n"}}, 3},
+      {M, example, {{"n", "d"}, {"r"}}, 3},
+      {M, example, {}, 0},
+      {M, wire::fromHex("08 05 12 03 0A 01 78 48 01"), {{"a"}}, 1},  // fails at field 9
+  };
+  for (uint64_t seed = 1; seed <= 40; ++seed)
+    cases.push_back({tarn_test::rich(),
+                     tarn_test::randomBody(richType(), seed, 3),
+                     {{"f_message"},
+                      {"r_branch", "leaf"},
+                      {"tree", "child", "count"},
+                      {"p_sint32"},
+                      {"d_string"}},
+                     -1});
+  const uint32_t INV = tarn_test::INV;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(wire::hex(c.body));
+    tarn::tarn_xpath_hash_set find;
+    for (const auto& path : c.wanted) {
+      uint32_t hash = tarn_host::default_base_hash;
+      for (size_t i = 0; i < path.size(); ++i)
+        hash =
+            tarn_test::pathHash({path[i]}, i ? tarn_message_xpath_hash_add_separator(hash) : hash);
+      find.insert(hash);
+    }
+    // One exactly-sized body for both parses, so raw pointers compare equal.
+    std::unique_ptr<char[]> bytes(new char[c.body.size()]);
+    std::copy(c.body.begin(), c.body.end(), bytes.get());
+    tarn_input_message input = {};
+    input.message_type_context = c.context;
+    input.data = bytes.get();
+    input.byte_count = c.body.size();
+    std::vector<tarn_test::entry_t> fullLog, partialLog;
+    tarn_host::ValueSet full, partial;
+    full.recordSubmissions(&fullLog);
+    partial.recordSubmissions(&partialLog);
+    EXPECT_EQ(tarn_test::api().parse_message(&input, full.handle()),
+              tarn_test::api().partial_parse_message(&input, &find, partial.handle()));
+    ASSERT_EQ(fullLog.size(), partialLog.size());
+    ASSERT_EQ(fullLog.size(), full.size());
+    // The full parse keeps all, so its parents are submission ordinals. A
+    // record is kept when asked for or when its parent was kept.
+    std::vector<uint32_t> keptIndex(fullLog.size(), INV);
+    uint32_t next = 0;
+    for (size_t k = 0; k < fullLog.size(); ++k) {
+      const uint32_t parent = fullLog[k].parent;
+      EXPECT_TRUE(sameExceptParent(fullLog[k], partialLog[k])) << k;
+      if (find.contains(fullLog[k].hash) || (parent != INV && keptIndex[parent] != INV))
+        keptIndex[k] = next++;
+      EXPECT_EQ(parent == INV ? INV : keptIndex[parent], partialLog[k].parent) << k;
+      if (keptIndex[k] != INV) {
+        EXPECT_EQ(fullLog[k].raw_bytes, partial[keptIndex[k]].raw_bytes) << k;
+      }
+    }
+    EXPECT_EQ(next, partial.size());
+    if (c.keptCount >= 0) {
+      EXPECT_EQ(static_cast<uint32_t>(c.keptCount), next);
     }
   }
-  ptest::ReferenceOptions options;
-  options.withDefaults = false;
-  ptest::expectMatchesReference(parsed, *reference, options);
-}
-
-TEST(ParserCorpus, GoldenPackedMessageMatchesLibprotobuf) {
-  Corpus* pCorpus = Corpus::get();
-  if (pCorpus == nullptr) GTEST_SKIP() << "public corpus absent";
-  const std::string body = Corpus::read("golden_packed_fields_message");
-  ASSERT_FALSE(body.empty());
-  auto reference = pCorpus->parse("protobuf_unittest.TestPackedTypes", body);
-  ASSERT_NE(nullptr, reference);
-
-  Parsed parsed(
-      ptest::context(tarn_test::corpusDir(), Corpus::file, "protobuf_unittest.TestPackedTypes"),
-      body);
-  EXPECT_EQ(0, parsed.status());
-  EXPECT_EQ(28u, parsed.size());  // fourteen packed fields of two elements
-  ptest::expectMatchesReference(parsed, *reference);
 }
 
 }  // namespace

@@ -1,12 +1,16 @@
 #include "random_message.h"
 
 #include <google/protobuf/compiler/importer.h>
+#include <google/protobuf/dynamic_message.h>
+#include <gtest/gtest.h>
 
+#include <cstring>
 #include <limits>
 #include <map>
 #include <stdexcept>
+#include <vector>
 
-#include "module_fixture.h"
+#include "wire.h"
 
 namespace tarn_test {
 
@@ -17,31 +21,25 @@ using google::protobuf::Reflection;
 
 namespace {
 
-class ThrowingCollector : public google::protobuf::compiler::MultiFileErrorCollector {
+class Errors : public google::protobuf::compiler::MultiFileErrorCollector {
  public:
+  std::string text;
   void AddError(const std::string& file, int line, int column,
                 const std::string& message) override {
-    throw std::runtime_error(file + ":" + std::to_string(line) + ":" + std::to_string(column) +
-                             ": " + message);
+    text +=
+        file + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " + message + "\n";
   }
 };
 
 template <typename T>
 T pickInt(std::mt19937_64& rng) {
-  switch (rng() % 6) {
-    case 0:
-      return 0;
-    case 1:
-      return static_cast<T>(-1);
-    case 2:
-      return std::numeric_limits<T>::max();
-    case 3:
-      return std::numeric_limits<T>::min();
-    case 4:
-      return static_cast<T>(rng() % 300);
-    default:
-      return static_cast<T>(rng());
-  }
+  const T picks[] = {0,
+                     static_cast<T>(-1),
+                     std::numeric_limits<T>::max(),
+                     std::numeric_limits<T>::min(),
+                     static_cast<T>(rng() % 300),
+                     static_cast<T>(rng())};
+  return picks[rng() % 6];
 }
 
 double pickDouble(std::mt19937_64& rng) {
@@ -49,91 +47,109 @@ double pickDouble(std::mt19937_64& rng) {
   return rng() % 3 ? values[rng() % 8] : static_cast<double>(static_cast<int64_t>(rng())) / 7;
 }
 
-std::string pickText(std::mt19937_64& rng, bool binary) {
-  std::string s(rng() % 12, ' ');
-  for (char& c : s) c = binary ? static_cast<char>(rng()) : static_cast<char>(' ' + rng() % 95);
-  return s;
-}
-
+// Sets (or adds, for a repeated field) one random value of f.
 void setOne(Message& m, const FieldDescriptor* f, std::mt19937_64& rng, int maxDepth) {
   const Reflection* r = m.GetReflection();
   const bool rep = f->is_repeated();
+#define SET(Kind, value) rep ? r->Add##Kind(&m, f, value) : r->Set##Kind(&m, f, value)
   switch (f->cpp_type()) {
-    case FieldDescriptor::CPPTYPE_INT32: {
-      int32_t v = pickInt<int32_t>(rng);
-      rep ? r->AddInt32(&m, f, v) : r->SetInt32(&m, f, v);
+    case FieldDescriptor::CPPTYPE_INT32: SET(Int32, pickInt<int32_t>(rng)); break;
+    case FieldDescriptor::CPPTYPE_INT64: SET(Int64, pickInt<int64_t>(rng)); break;
+    case FieldDescriptor::CPPTYPE_UINT32: SET(UInt32, pickInt<uint32_t>(rng)); break;
+    case FieldDescriptor::CPPTYPE_UINT64: SET(UInt64, pickInt<uint64_t>(rng)); break;
+    case FieldDescriptor::CPPTYPE_DOUBLE: SET(Double, pickDouble(rng)); break;
+    case FieldDescriptor::CPPTYPE_FLOAT: SET(Float, static_cast<float>(pickDouble(rng))); break;
+    case FieldDescriptor::CPPTYPE_BOOL: SET(Bool, (rng() & 1) != 0); break;
+    case FieldDescriptor::CPPTYPE_ENUM:
+      SET(Enum, f->enum_type()->value(static_cast<int>(rng() % f->enum_type()->value_count())));
       break;
-    }
-    case FieldDescriptor::CPPTYPE_INT64: {
-      int64_t v = pickInt<int64_t>(rng);
-      rep ? r->AddInt64(&m, f, v) : r->SetInt64(&m, f, v);
-      break;
-    }
-    case FieldDescriptor::CPPTYPE_UINT32: {
-      uint32_t v = pickInt<uint32_t>(rng);
-      rep ? r->AddUInt32(&m, f, v) : r->SetUInt32(&m, f, v);
-      break;
-    }
-    case FieldDescriptor::CPPTYPE_UINT64: {
-      uint64_t v = pickInt<uint64_t>(rng);
-      rep ? r->AddUInt64(&m, f, v) : r->SetUInt64(&m, f, v);
-      break;
-    }
-    case FieldDescriptor::CPPTYPE_DOUBLE: {
-      double v = pickDouble(rng);
-      rep ? r->AddDouble(&m, f, v) : r->SetDouble(&m, f, v);
-      break;
-    }
-    case FieldDescriptor::CPPTYPE_FLOAT: {
-      float v = static_cast<float>(pickDouble(rng));
-      rep ? r->AddFloat(&m, f, v) : r->SetFloat(&m, f, v);
-      break;
-    }
-    case FieldDescriptor::CPPTYPE_BOOL: {
-      bool v = rng() & 1;
-      rep ? r->AddBool(&m, f, v) : r->SetBool(&m, f, v);
-      break;
-    }
-    case FieldDescriptor::CPPTYPE_ENUM: {
-      const auto* e = f->enum_type();
-      const auto* v = e->value(static_cast<int>(rng() % e->value_count()));
-      rep ? r->AddEnum(&m, f, v) : r->SetEnum(&m, f, v);
-      break;
-    }
     case FieldDescriptor::CPPTYPE_STRING: {
-      std::string v = pickText(rng, f->type() == FieldDescriptor::TYPE_BYTES);
-      rep ? r->AddString(&m, f, v) : r->SetString(&m, f, v);
+      std::string s(rng() % 12, ' ');
+      const bool binary = f->type() == FieldDescriptor::TYPE_BYTES;
+      for (char& c : s) c = static_cast<char>(binary ? rng() : ' ' + rng() % 95);
+      SET(String, s);
       break;
     }
-    case FieldDescriptor::CPPTYPE_MESSAGE: {
-      Message* child = rep ? r->AddMessage(&m, f) : r->MutableMessage(&m, f);
-      fillRandom(*child, rng, maxDepth - 1);
+    case FieldDescriptor::CPPTYPE_MESSAGE:
+      fillRandom(rep ? *r->AddMessage(&m, f) : *r->MutableMessage(&m, f), rng, maxDepth - 1);
       break;
-    }
   }
+#undef SET
+}
+
+// Element i_ of a repeated field, or the singular field's value (its default
+// when unset), as tarn_test::value shows an entry of it.
+std::string valueOf(const Message& m_, const FieldDescriptor* f_, int i_, bool isDefault_) {
+  const Reflection* r = m_.GetReflection();
+#define GET(Kind) (f_->is_repeated() ? r->GetRepeated##Kind(m_, f_, i_) : r->Get##Kind(m_, f_))
+  char text[48];
+  switch (f_->cpp_type()) {
+    case FieldDescriptor::CPPTYPE_INT32: return "=" + std::to_string(GET(Int32));
+    case FieldDescriptor::CPPTYPE_INT64: return "=" + std::to_string(GET(Int64));
+    case FieldDescriptor::CPPTYPE_UINT32: return "=" + std::to_string(GET(UInt32));
+    case FieldDescriptor::CPPTYPE_UINT64: return "=" + std::to_string(int64_t(GET(UInt64)));
+    case FieldDescriptor::CPPTYPE_BOOL: return GET(Bool) ? "=1" : "=0";
+    case FieldDescriptor::CPPTYPE_ENUM: return "=" + std::to_string(GET(EnumValue));
+    case FieldDescriptor::CPPTYPE_DOUBLE:
+      return std::snprintf(text, 48, "=d%.17g", GET(Double)), text;
+    case FieldDescriptor::CPPTYPE_FLOAT:
+      return std::snprintf(text, 48, "=d%.17g", GET(Float)), text;
+    case FieldDescriptor::CPPTYPE_STRING: return (isDefault_ ? "S" : "s") + wire::hex(GET(String));
+    case FieldDescriptor::CPPTYPE_MESSAGE: return "{}";
+  }
+#undef GET
+  return "?";
+}
+
+// A level as tarn_test::tree shows it: the fields in wire order (libprotobuf
+// writes them by number, as ListFields lists them), each message's entries
+// below it, then the defaults of absent fields in declaration order.
+void expectedLevel(const Message& m_, bool withDefaults_, size_t depth_, std::string& out_) {
+  const Reflection* r = m_.GetReflection();
+  auto line = [&](const FieldDescriptor* f, int i, bool isDefault) {
+    out_ +=
+        std::string(2 * depth_, ' ') + f->name() + " " + valueOf(m_, f, i, isDefault) +
+        (f->is_required() ? " flags " + std::to_string(tarn_message_value_set_entry_flag_required)
+                          : "") +
+        (isDefault ? " default" : "") + "\n";
+    if (f->cpp_type() == FieldDescriptor::CPPTYPE_MESSAGE)
+      expectedLevel(i < 0 ? r->GetMessage(m_, f) : r->GetRepeatedMessage(m_, f, i), withDefaults_,
+                    depth_ + 1, out_);
+  };
+  std::vector<const FieldDescriptor*> fields;
+  r->ListFields(m_, &fields);
+  for (const FieldDescriptor* f : fields)
+    for (int i = 0; i < (f->is_repeated() ? r->FieldSize(m_, f) : 1); ++i)
+      line(f, f->is_repeated() ? i : -1, false);
+  const Descriptor* d = m_.GetDescriptor();
+  for (int k = 0; k < d->field_count() && withDefaults_; ++k)
+    if (d->field(k)->has_default_value() && !r->HasField(m_, d->field(k)))
+      line(d->field(k), -1, true);
 }
 
 }  // namespace
 
 struct TestSchema::Impl {
   google::protobuf::compiler::DiskSourceTree tree;
-  ThrowingCollector errors;
+  Errors errors;
   std::unique_ptr<google::protobuf::compiler::Importer> importer;
   google::protobuf::DynamicMessageFactory factory;
 };
 
-TestSchema::TestSchema(const std::string& file) : _impl(std::make_shared<Impl>()) {
-  _impl->tree.MapPath("", dataDir());
+TestSchema::TestSchema(const std::string& file, const std::string& dir)
+    : _impl(std::make_shared<Impl>()) {
+  _impl->tree.MapPath("", dir);
   _impl->importer.reset(new google::protobuf::compiler::Importer(&_impl->tree, &_impl->errors));
-  if (_impl->importer->Import(file) == nullptr) throw std::runtime_error("cannot import " + file);
+  if (_impl->importer->Import(file) == nullptr)
+    throw std::runtime_error("cannot import " + file + ": " + _impl->errors.text);
 }
 
-TestSchema& TestSchema::get(const std::string& file) {
+TestSchema& TestSchema::get(const std::string& file, const std::string& dir) {
   // Never destroyed, so the schemas stay reachable for the leak checker.
   static auto* schemas = new std::map<std::string, TestSchema*>();
-  auto it = schemas->find(file);
-  if (it == schemas->end()) it = schemas->emplace(file, new TestSchema(file)).first;
-  return *it->second;
+  auto& slot = (*schemas)[dir + "|" + file];
+  if (slot == nullptr) slot = new TestSchema(file, dir);
+  return *slot;
 }
 
 const Descriptor* TestSchema::type(const std::string& fullName) const {
@@ -142,6 +158,12 @@ const Descriptor* TestSchema::type(const std::string& fullName) const {
 
 std::unique_ptr<Message> TestSchema::newMessage(const Descriptor* type) const {
   return std::unique_ptr<Message>(_impl->factory.GetPrototype(type)->New());
+}
+
+std::unique_ptr<Message> TestSchema::read(const Descriptor* type, const std::string& body) const {
+  auto m = newMessage(type);
+  if (!m->ParsePartialFromString(body)) m.reset();
+  return m;
 }
 
 void fillRandom(Message& message, std::mt19937_64& rng, int maxDepth) {
@@ -163,6 +185,12 @@ std::string randomBody(const Descriptor* type, uint64_t seed, int maxDepth) {
   auto message = TestSchema::get().newMessage(type);
   fillRandom(*message, rng, maxDepth);
   return message->SerializePartialAsString();
+}
+
+std::string expectedTree(const Message& message, bool withDefaults) {
+  std::string out;
+  expectedLevel(message, withDefaults, 0, out);
+  return out;
 }
 
 }  // namespace tarn_test

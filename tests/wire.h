@@ -4,9 +4,12 @@
 #ifndef TARN_TESTS_WIRE_H
 #define TARN_TESTS_WIRE_H
 
+#include <cctype>
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 #include <string>
+#include <vector>
 
 namespace wire {
 
@@ -24,22 +27,12 @@ inline uint64_t zigzag(int64_t value) {
   return (static_cast<uint64_t>(value) << 1) ^ static_cast<uint64_t>(value >> 63);
 }
 
-inline std::string fromHex(const std::string& hex) {
-  std::string out;
-  int high = -1;
-  for (char c : hex) {
-    int v = (c >= '0' && c <= '9')   ? c - '0'
-            : (c >= 'a' && c <= 'f') ? c - 'a' + 10
-            : (c >= 'A' && c <= 'F') ? c - 'A' + 10
-                                     : -1;
-    if (v < 0) continue;  // blanks between bytes are allowed
-    if (high < 0) {
-      high = v;
-    } else {
-      out.push_back(static_cast<char>(high * 16 + v));
-      high = -1;
-    }
-  }
+inline std::string fromHex(const std::string& text) {
+  std::string digits, out;  // blanks between bytes are allowed
+  for (char c : text)
+    if (std::isxdigit(static_cast<unsigned char>(c))) digits += c;
+  for (size_t i = 0; i + 1 < digits.size(); i += 2)
+    out.push_back(static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16)));
   return out;
 }
 
@@ -110,10 +103,21 @@ class Body {
 };
 
 // A packed payload of varints, e.g. packedVarints({zigzag(-1), zigzag(2)}).
-template <typename Range>
-std::string packedVarints(const Range& values) {
+inline std::string packedVarints(std::initializer_list<uint64_t> values) {
   std::string out;
   for (uint64_t v : values) out += varintBytes(v);
+  return out;
+}
+
+// `levels` messages nested in field 1, innermost empty, built from the inside
+// out in linear time (concatenating would copy quadratically at 100,000 levels).
+inline std::string nestedChain(size_t levels) {
+  std::vector<size_t> payload(levels + 1, 0);  // payload[k]: length of level k's body
+  for (size_t k = levels; k-- > 0;)
+    payload[k] = 1 + varintBytes(payload[k + 1]).size() + payload[k + 1];
+  std::string out;
+  out.reserve(payload[0]);
+  for (size_t k = 1; k <= levels; ++k) out += "\x0A" + varintBytes(payload[k]);
   return out;
 }
 
