@@ -1,0 +1,153 @@
+// Serialization of a value list that keeps the host's list rules: depths come
+// from the input, a document value is always followed by a deeper member, and
+// the depth never falls below the list's first level. The module's output is
+// compared byte for byte with a plain model of nesting with four-byte length
+// slots, and must fit the room that compute_serialize_size reports plus four
+// bytes per document (its raw length counts the whole nested field, of which
+// only the tag is written).
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "fuzz_support.h"
+
+namespace {
+
+const char sentinel = static_cast<char>(0x5A);
+
+struct Item {
+  uint32_t depth;
+  bool document;
+  std::string raw;  // for a document: its tag varint, then bytes that are never written
+  size_t tagLength;
+};
+
+std::string fixedFour(size_t length_) {
+  std::string out(4, '\0');
+  for (int i = 0; i < 4; ++i)
+    out[i] = static_cast<char>(((length_ >> (7 * i)) & 0x7F) | (i < 3 ? 0x80 : 0));
+  return out;
+}
+
+std::string model(const std::vector<Item>& items_) {
+  std::string out;
+  std::vector<size_t> slots;
+  auto close = [&] {
+    const size_t slot = slots.back();
+    slots.pop_back();
+    out.replace(slot, 4, fixedFour(out.size() - slot - 4));
+  };
+  uint32_t current = 0;
+  for (const Item& item : items_) {
+    for (uint32_t fall = current > item.depth ? current - item.depth : 0; fall; --fall) close();
+    current = item.depth;
+    if (item.document) {
+      out.append(item.raw, 0, item.tagLength);
+      slots.push_back(out.size());
+      out.append(4, '\0');
+    } else {
+      out += item.raw;
+    }
+  }
+  while (!slots.empty()) close();
+  return out;
+}
+
+Item document(FuzzedDataProvider& input_, uint32_t depth_) {
+  Item item{depth_, true, {}, 0};
+  const int continuation = input_.ConsumeIntegralInRange<int>(0, 4);
+  for (int i = 0; i < continuation; ++i)
+    item.raw.push_back(static_cast<char>(input_.ConsumeIntegral<uint8_t>() | 0x80));
+  item.raw.push_back(static_cast<char>(input_.ConsumeIntegral<uint8_t>() & 0x7F));
+  item.tagLength = item.raw.size();
+  item.raw += input_.ConsumeRandomLengthString(8);
+  return item;
+}
+
+Item member(FuzzedDataProvider& input_, uint32_t depth_) {
+  std::string raw = input_.ConsumeRandomLengthString(48);
+  return Item{depth_, false, raw, 0};
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  FuzzedDataProvider input(data, size);
+  const uint8_t flags = input.ConsumeIntegral<uint8_t>();
+  const uint32_t bodyType = (flags & 0x80) ? (flags & 7) : 5;
+  const uint32_t base = 1 + flags % 3;
+  const size_t offset = input.ConsumeIntegralInRange<size_t>(0, 8);
+  const uint32_t used = input.ConsumeIntegralInRange<uint32_t>(0, 8);
+  const uint32_t dataCount = input.ConsumeIntegralInRange<uint32_t>(0, 8);
+
+  std::vector<Item> items;
+  uint32_t open = 0;
+  size_t documents = 0;
+  while (input.remaining_bytes() > 0 && items.size() < 256) {
+    const uint8_t op = input.ConsumeIntegral<uint8_t>();
+    const bool afterDocument = !items.empty() && items.back().document;
+    if (!afterDocument && open > 0) open -= (op >> 4) % (open + 1);
+    if (op & 1) {
+      items.push_back(document(input, base + open));
+      ++open;
+      ++documents;
+    } else {
+      items.push_back(member(input, base + open));
+    }
+  }
+  if (!items.empty() && items.back().document) items.push_back(Item{base + open, false, "", 0});
+
+  std::vector<tarn_message_value> values(items.size());
+  size_t rawTotal = 0;
+  for (size_t i = 0; i < items.size(); ++i) {
+    std::memset(&values[i], 0, sizeof values[i]);
+    values[i].depth = items[i].depth;
+    values[i].xpath_value.type_hint = items[i].document ? tarn_message_xpath_value_type_document
+                                                        : tarn_message_xpath_value_type_int;
+    values[i].xpath_value.raw_bytes = items[i].raw.data();
+    values[i].xpath_value.raw_bytes_length = items[i].raw.size();
+    rawTotal += items[i].raw.size();
+  }
+  tarn_message_value_list list = {values.size(), values.data()};
+
+  tarn_output_message_data request;
+  std::memset(&request, 0, sizeof request);
+  request.body_type = bodyType;
+  request.value_list = &list;
+  request.message.byte_offset = offset;
+  request.message.byte_count = used;
+  request.data.byte_count = dataCount;
+
+  const int estimate = tarn_fuzz::api().compute_serialize_size(&request);
+  if (bodyType != 5) {
+    tarn_fuzz::check(estimate == 0, "size for another body type");
+    tarn_fuzz::check(tarn_fuzz::api().serialize_message(&request) == TARN_FAILURE,
+                     "serialized another body type");
+    tarn_fuzz::check(request.message.byte_count == used, "byte count moved for another body type");
+    return 0;
+  }
+  tarn_fuzz::check(estimate >= 0 && static_cast<size_t>(estimate) == used + dataCount + rawTotal,
+                   "size estimate", std::to_string(estimate));
+
+  const size_t room = offset + estimate + 4 * documents;
+  std::vector<char> segment(room, sentinel);
+  request.message.data = segment.data();
+  tarn_fuzz::check(tarn_fuzz::api().serialize_message(&request) == TARN_SUCCESS,
+                   "serialize failed");
+
+  const std::string expected = model(items);
+  const size_t written = request.message.byte_count - used;
+  tarn_fuzz::check(request.message.byte_count >= used && written == expected.size(),
+                   "serialized length",
+                   std::to_string(written) + " vs " + std::to_string(expected.size()));
+  tarn_fuzz::check(offset + used + written <= room, "serialized past the estimated room");
+  tarn_fuzz::check(std::memcmp(segment.data() + offset + used, expected.data(), written) == 0,
+                   "serialized bytes differ from the nesting model");
+  for (size_t i = 0; i < offset + used; ++i)
+    tarn_fuzz::check(segment[i] == sentinel, "serialize wrote before its start");
+  for (size_t i = offset + used + written; i < room; ++i)
+    tarn_fuzz::check(segment[i] == sentinel, "serialize wrote past its count");
+  return 0;
+}
