@@ -129,10 +129,10 @@ TestSchema::TestSchema(const std::string& file) : _impl(std::make_shared<Impl>()
 }
 
 TestSchema& TestSchema::get(const std::string& file) {
-  // Never destroyed, so the schemas stay reachable for the leak checker at exit.
-  static auto& schemas = *new std::map<std::string, TestSchema*>();
-  auto it = schemas.find(file);
-  if (it == schemas.end()) it = schemas.emplace(file, new TestSchema(file)).first;
+  // Never destroyed, so the schemas stay reachable for the leak checker.
+  static auto* schemas = new std::map<std::string, TestSchema*>();
+  auto it = schemas->find(file);
+  if (it == schemas->end()) it = schemas->emplace(file, new TestSchema(file)).first;
   return *it->second;
 }
 

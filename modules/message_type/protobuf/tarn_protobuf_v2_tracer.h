@@ -1,0 +1,65 @@
+// Renders a protobuf wire-format body as one line of trace text, guided by the
+// message type's descriptors: "protobuf(" then the fields as
+// {"name":value,...} then ")". It is a trace, not JSON: strings are copied
+// unescaped, repeated fields repeat their key, and numbers are formatted by
+// wire type (packed lists by field type). Nothing is validated and nothing is
+// allocated; all text goes through one bounded stream, whose overflow
+// exception unwinds the whole trace from any depth.
+//
+// Malformed input never leads to a read outside the body: a level ends, as it
+// does at an unknown field number, when a tag, a value or a length would run
+// past its end, and when nesting reaches trace_max_depth levels.
+#ifndef TARN_PROTOBUF_TARN_PROTOBUF_V2_TRACER_H
+#define TARN_PROTOBUF_TARN_PROTOBUF_V2_TRACER_H
+
+#include <google/protobuf/descriptor.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "tarn_common.h"
+#include "trace_output_stream.h"
+
+class tarn_protobuf_v2_tracer {
+ public:
+  typedef google::protobuf::FieldDescriptor::Type Type;
+
+  // Levels of braces a trace opens at most, the root included. A message field
+  // that would open one more ends its enclosing level instead, so a hostile
+  // body cannot exhaust the stack through recursion.
+  static const unsigned trace_max_depth = 100;
+
+  tarn_protobuf_v2_tracer(const google::protobuf::Descriptor* root_,
+                          tarn_trace_output_buffer* pOutput_)
+      : _os(pOutput_), _root(root_) {}
+
+  // Writes the whole trace of pMessage_. Throws
+  // trace_output_stream::trace_output_exception when the buffer is full.
+  void trace(const tarn_trace_buffer* pMessage_);
+
+  // One message level, braces included; depth_ counts the levels above it.
+  void _trace(const tarn_trace_buffer* pMessage_, const google::protobuf::Descriptor* pDescriptor_,
+              unsigned depth_ = 0);
+
+  // One packed payload of length_ bytes, brackets included.
+  void _tracePacked(Type type_, const char* pSrc_, size_t length_);
+
+  // Reads one base-128 varint that must end before pEnd_. On success advances
+  // pSrc_ past it and returns true; otherwise leaves pSrc_ alone and returns
+  // false. Groups beyond the tenth byte are read but their bits, which lie
+  // above bit 63, are dropped.
+  [[nodiscard]] static bool _consumeVarint(const char*& pSrc_, const char* pEnd_, uint64_t& value_);
+
+ private:
+  // Renders one field whose tag has been read; false ends the level.
+  bool _traceField(const google::protobuf::FieldDescriptor* pField_, uint32_t wireType_,
+                   const char*& pSrc_, const char* pEnd_, bool first_, unsigned depth_);
+  bool _tracePackedElement(Type type_, const char*& pSrc_, const char* pEnd_, bool first_);
+  trace_output_stream& _separator(bool first_);
+  void _key(const google::protobuf::FieldDescriptor* pField_, bool first_);
+
+  trace_output_stream _os;
+  const google::protobuf::Descriptor* _root;
+};
+
+#endif
