@@ -139,7 +139,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     tarn_trace_output_buffer output = {text, sizeof text, 0};
     tarn_trace_buffer empty = {"", 0};
     const int status = api.trace_message(context, &empty, &output);
-    tarn_fuzz::check(status != TARN_SUCCESS || std::string(text, output.length) == "protobuf({})",
+    tarn_fuzz::check(status == TARN_SUCCESS && std::string(text, output.length) == "protobuf({})",
                      "empty body does not trace as protobuf({})");
     api.destroy_context(context);
   }
