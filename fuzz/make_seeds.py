@@ -106,12 +106,14 @@ def main():
         capacity = [1024, 77, 9, 0, 300, 40][i]
         write("trace", "body%d" % i,
               Provider().integral(capacity, 0, 1024).integral(i % 3, 0, capacity).rest(body).bytes())
-    pairs = [(all_bodies[1], all_bodies[0]), (all_bodies[2], all_bodies[3]),
-             (all_bodies[3], all_bodies[3]), (b"", all_bodies[1])]
-    for i, (update, stored) in enumerate(pairs):
-        data = update + stored
+    # merge: flags (bit 0 Sample, bits 1-2 how the two bodies share the input), split.
+    merges = [(0x20, all_bodies[1] + all_bodies[0], len(all_bodies[1])),
+              (0x06, all_bodies[2], 0), (0x06, all_bodies[3], 0),
+              (0x02, all_bodies[3], len(all_bodies[3]) // 2),
+              (0x07, bytes.fromhex("2a030a0178"), 0), (0x01, b"", 0)]
+    for i, (flags, data, split) in enumerate(merges):
         write("merge", "pair%d" % i,
-              Provider().integral(0x20 | (i == 3), 0, 255).integral(len(update), 0, len(data))
+              Provider().integral(flags, 0, 255).integral(split, 0, len(data) + 2)
               .rest(data).bytes())
     # serialize: flags, offset, used, data count, then per value an op byte.
     for i in range(3):

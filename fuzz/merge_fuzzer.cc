@@ -1,12 +1,13 @@
-// Delta merge of two fuzzed bodies. The input is split in two; both halves are
-// parsed with one schema (Rich, or Sample, which declares no defaults, so an
-// empty body leaves an empty value set) and, when both parse, merged into an
-// output segment that already holds a few bytes. The segment is a heap block
-// of exactly the room the host sets aside (mergeRoom), so any write past it is
-// caught; the merge must return the new byte count, keep the bytes before its
-// start and clear the update's value set.
+// Delta merge of two fuzzed bodies. The input is split in two; two bodies made
+// from the parts are parsed with one schema (Rich, or Sample, which declares no
+// defaults, so an empty body leaves an empty value set) and, when both parse,
+// merged into an output segment that already holds a few bytes. The segment is
+// a heap block of exactly the room the host sets aside for a merge, so any
+// write past it is caught; the merge must return the new byte count, keep the
+// bytes before its start and clear the update's value set.
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -37,9 +38,28 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const uint32_t used = flags >> 4;
   tarn_message_type_context context =
       (flags & 1) ? tarn_fuzz::sampleContext() : tarn_fuzz::richContext();
-  const size_t updateSize = input.ConsumeIntegralInRange<size_t>(0, input.remaining_bytes());
-  const std::vector<char> updateBytes = input.ConsumeBytes<char>(updateSize);
-  const std::vector<char> sourceBytes = input.ConsumeRemainingBytes<char>();
+  const size_t split = input.ConsumeIntegralInRange<size_t>(0, input.remaining_bytes());
+  const std::vector<char> all = input.ConsumeRemainingBytes<char>();
+  const size_t cut = std::min(split, all.size());
+  const std::vector<char> head(all.begin(), all.begin() + cut), tail(all.begin() + cut, all.end());
+  // Random halves rarely share a nested path, so most modes let the two sides
+  // share bytes: the update a prefix of the stored body, the stored body a
+  // suffix of the update, or the body merged over itself.
+  std::vector<char> updateBytes, sourceBytes;
+  switch ((flags >> 1) & 3) {
+    case 0:
+      updateBytes = head, sourceBytes = tail;
+      break;
+    case 1:
+      updateBytes = head, sourceBytes = all;
+      break;
+    case 2:
+      updateBytes = all, sourceBytes = tail;
+      break;
+    default:
+      updateBytes = all, sourceBytes = all;
+      break;
+  }
   std::unique_ptr<char[]> update = copyOf(updateBytes);
   std::unique_ptr<char[]> source = copyOf(sourceBytes);
 
