@@ -19,6 +19,8 @@ struct SetState {
   ValueSet::Mode mode;
   uint32_t submitted;              // indexes handed out
   tarn::tarn_xpath_value scratch;  // discard mode: the entry every index names
+  // Tests: every submitted record, kept or not (see recordSubmissions).
+  std::vector<tarn_message_value_set_entry>* pRecord;
 };
 
 SetState& state(const Impl& impl_) { return *static_cast<SetState*>(impl_._pUserData); }
@@ -100,7 +102,7 @@ ValueSet::ValueSet(uint32_t baseHash_, Mode mode_) {
   pImpl->_bucketMask = pImpl->_bucketCount - 1;
   pImpl->_baseHash = baseHash_;
   pImpl->_pKeys = allocZeroed<KeyData>(pImpl->_bucketCount);
-  pImpl->_pUserData = new SetState{mode_, 0, {}};
+  pImpl->_pUserData = new SetState{mode_, 0, {}, nullptr};
   _set._pValueSetImpl = pImpl;
 }
 
@@ -120,6 +122,10 @@ std::vector<tarn_message_value_set_entry> ValueSet::entries() const {
 
 uint32_t ValueSet::submitted() const { return state(*_set._pValueSetImpl).submitted; }
 
+void ValueSet::recordSubmissions(std::vector<tarn_message_value_set_entry>* pLog_) {
+  state(*_set._pValueSetImpl).pRecord = pLog_;
+}
+
 void ValueSet::clear() { tarn_message_xpath_clear(&_set); }
 
 }  // namespace tarn_host
@@ -137,6 +143,7 @@ TARN_HOST_EXPORT uint32_t tarn_message_xpath_update(tarn_message_xpath_value_set
   auto& impl = implOf(valueSet);
   auto& st = tarn_host::state(impl);
   const auto* pFind = static_cast<const tarn::tarn_xpath_hash_set*>(findSet);
+  if (st.pRecord != nullptr) st.pRecord->push_back(*entry);
   if (!tarn_host::wanted(impl, pFind, *entry)) return tarn_message_value_invalid_index;
   if (st.mode == tarn_host::ValueSet::Mode::discard) return st.submitted++;
   ++st.submitted;

@@ -50,6 +50,10 @@ class ValueSet {
   // Indexes the host handed out (equals size() unless in discard mode).
   uint32_t submitted() const;
 
+  // Appends a copy of every record the module submits to tarn_message_xpath_update,
+  // kept or not, to *pLog_ (null stops recording). The log must outlive the parse.
+  void recordSubmissions(std::vector<tarn_message_value_set_entry>* pLog_);
+
   void clear();
 
  private:

@@ -307,7 +307,11 @@ TEST(Context, SameFileTwiceLoadsTwice) {
               c.lines.at(2));
     contexts.push_back(c.context);
   }
+  // Destroying one leaves the other working.
   destroy(contexts[0]);
+  tarn_host::ValueSet set;
+  EXPECT_EQ(TARN_SUCCESS, tarn_test::parse(contexts[1], std::string("\x08\x01", 2), set));
+  EXPECT_EQ(1u, set.size());
   destroy(contexts[1]);
 }
 

@@ -52,6 +52,14 @@ TEST(Symbols, ExactlyTheElevenEntryPointsAreExported) {
   EXPECT_THAT(symbols.definedOther, ::testing::IsEmpty());
 }
 
+TEST(Symbols, HostFunctionsAreLeftForTheHostToProvide) {
+  DynamicSymbols symbols = readDynamicSymbols(TARN_MODULE_PATH);
+  for (const char* host : {"tarn_message_xpath_update", "tarn_message_xpath_get",
+                           "tarn_message_xpath_hash_string", "tarn_message_xpath_hash_add_separator",
+                           "tarn_message_xpath_hash_get_base"})
+    EXPECT_EQ(1u, symbols.undefined.count(host)) << host;
+}
+
 TEST(Symbols, LoaderNamesTheMissingPiece) {
   tarn_host::LoadedModule missingFile;
   std::string error;
