@@ -34,10 +34,10 @@ fi
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
 work="$dir/fuzz-work"
-mkdir -p "$work/artifacts" "$work/tmp"
+mkdir -p "$work/artifacts" "$work/tmp.$$"
 # The context target writes its schema files below TMPDIR; a run stopped by its
 # time limit cannot clean up, so they go where this script can.
-export TMPDIR="$work/tmp"
+export TMPDIR="$work/tmp.$$"
 
 status=0
 for t in "${targets[@]}"; do
@@ -61,5 +61,5 @@ for t in "${targets[@]}"; do
     grep -h -m3 "ERROR: \|runtime error\|FUZZ CHECK FAILED\|Test unit written" "$log" | sed 's/^/   /'
   fi
 done
-rm -rf "$work/tmp"
+rm -rf "$work/tmp.$$"
 [ $status -eq 0 ] || { echo "fuzzing found a problem; inputs in $work/artifacts" >&2; exit 1; }
