@@ -13,12 +13,7 @@
 #include <vector>
 
 #include "fuzz_support.h"
-#if __has_include("host/merge_bound.h")
 #include "host/merge_bound.h"
-#define TARN_FUZZ_HOST_MERGE_ROOM 1
-#else
-#include "merge_room.h"
-#endif
 
 namespace {
 
@@ -68,11 +63,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       tarn_fuzz::parse(context, source.get(), sourceBytes.size(), sourceSet) != TARN_SUCCESS)
     return 0;
 
-#ifdef TARN_FUZZ_HOST_MERGE_ROOM
   const size_t room = tarn_host::mergeOutputBound(updateSet, sourceSet);
-#else
-  const size_t room = tarn_fuzz::mergeRoom(updateSet, sourceSet);
-#endif
   std::vector<char> segment(used + room, sentinel);
 
   tarn_delta_message_data request;

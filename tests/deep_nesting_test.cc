@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "host/merge_bound.h"
 #include "module_fixture.h"
 #include "wire.h"
 
@@ -73,6 +74,62 @@ TEST(DeepNesting, TraceEndsTheLevelThatWouldOpenOneTooMany) {
   tarn_trace_buffer input = {body.data(), body.size()};
   ASSERT_EQ(api().trace_message(deepContext(), &input, &output), TARN_SUCCESS);
   EXPECT_EQ(buffer.substr(0, output.length), expected);
+}
+
+TEST(DeepNesting, MergeOfTheBodyOverItselfGivesTheBody) {
+  // Both sides parse to the same hundred levels; the merge nests through them
+  // and copies the deepest entry's bytes, the rest of the body, whole. Every
+  // prefix of the body is minimal, so the merged message is the body again.
+  const std::string body = deepBody(depth);
+  tarn_host::ValueSet update, stored;
+  ASSERT_EQ(tarn_test::parse(deepContext(), body, update), TARN_FAILURE);
+  ASSERT_EQ(tarn_test::parse(deepContext(), body, stored), TARN_FAILURE);
+  std::string segment = "head";
+  const uint32_t count = tarn_host::deltaMerge(api(), update, stored, segment);
+  EXPECT_EQ(count, 4 + body.size());
+  EXPECT_TRUE(segment == "head" + body) << "merged " << segment.size() << " bytes";
+  EXPECT_EQ(update.size(), 0u);
+}
+
+TEST(DeepNesting, SerializeNestsEveryLevelWithoutTheStack) {
+  // 100,000 documents, each the only member of the one before, around value = 7.
+  const std::string member = wire::Body().varint(2, 7);
+  const std::string documentTag = "\x0A";
+  std::vector<tarn_message_value> values(depth + 1);
+  for (int i = 0; i <= depth; ++i) {
+    tarn_message_value& v = values[i];
+    v = tarn_message_value{};
+    v.depth = static_cast<uint32_t>(i + 1);
+    const bool isDocument = i < depth;
+    v.xpath_value.type_hint =
+        isDocument ? tarn_message_xpath_value_type_document : tarn_message_xpath_value_type_int;
+    v.xpath_value.raw_bytes = isDocument ? documentTag.data() : member.data();
+    v.xpath_value.raw_bytes_length = isDocument ? documentTag.size() : member.size();
+  }
+  tarn_message_value_list list = {values.size(), values.data()};
+
+  // Every level: its tag, then its length in four bytes, filled out with
+  // continuation bytes.
+  std::string expected(depth * 5 + member.size(), '\0');
+  for (int i = 0; i < depth; ++i) {
+    const size_t length = (depth - i - 1) * 5 + member.size();
+    expected[i * 5] = '\x0A';
+    for (int b = 0; b < 4; ++b)
+      expected[i * 5 + 1 + b] =
+          static_cast<char>(((length >> (7 * b)) & 0x7F) | (b < 3 ? 0x80 : 0));
+  }
+  expected.replace(depth * 5, member.size(), member);
+
+  tarn_output_message_data request = {};
+  request.body_type = 5;
+  request.value_list = &list;
+  const int room = api().compute_serialize_size(&request);
+  ASSERT_GE(room, 0);
+  std::string segment(static_cast<size_t>(room) + 4 * depth, '\0');
+  request.message.data = &segment[0];
+  ASSERT_EQ(api().serialize_message(&request), TARN_SUCCESS);
+  ASSERT_EQ(request.message.byte_count, expected.size());
+  EXPECT_TRUE(segment.compare(0, expected.size(), expected) == 0);
 }
 
 }  // namespace
