@@ -1,0 +1,57 @@
+// The module as a server drives it: loaded through the stand-in host, one
+// context per message type, value sets from the host, and the value list a
+// server would hand to serialization.
+#ifndef TARN_BENCH_MODULE_HOST_H
+#define TARN_BENCH_MODULE_HOST_H
+
+#include <google/protobuf/descriptor.h>
+
+#include <string>
+#include <vector>
+
+#include "host/module_loader.h"
+#include "host/value_set.h"
+
+namespace tarn_bench {
+
+class ModuleHost {
+ public:
+  // Loads and starts the module; false with a one-line reason when it cannot.
+  bool open(std::string& error_);
+  ~ModuleHost();
+
+  const tarn_host::ModuleApi& api() const { return _module.api(); }
+
+  // A context for `type_` from `file_`, with `dir_` as the root of the virtual tree.
+  tarn_message_type_context context(const std::string& dir_, const std::string& file_,
+                                    const std::string& type_);
+
+  int parse(tarn_message_type_context context_, const std::string& body_,
+            tarn_host::ValueSet& set_) const;
+
+ private:
+  tarn_host::LoadedModule _module;
+  std::vector<tarn_message_type_context> _contexts;
+};
+
+// The values of a parsed message in document order, with depths, as a server
+// collects them for serialization: a nested message is a document value
+// followed by its members one level deeper; each packed block appears once;
+// entries made from schema defaults, which have no bytes, are left out.
+class ValueList {
+ public:
+  // False when the set holds no entry or names a field `pRoot_` lacks.
+  bool build(const tarn_host::ValueSet& set_, const google::protobuf::Descriptor* pRoot_);
+  tarn_message_value_list* list() { return &_list; }
+
+ private:
+  bool _add(const tarn_host::ValueSet& set_, uint32_t first_, uint32_t depth_,
+            const google::protobuf::Descriptor* pType_);
+
+  std::vector<tarn_message_value> _values;
+  tarn_message_value_list _list = {0, nullptr};
+};
+
+}  // namespace tarn_bench
+
+#endif

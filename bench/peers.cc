@@ -1,0 +1,132 @@
+#include "peers.h"
+
+#include <cstdio>
+#include <protozero/pbf_reader.hpp>
+
+namespace tarn_bench {
+
+using google::protobuf::Descriptor;
+using google::protobuf::FieldDescriptor;
+
+void DynamicSchema::Errors::AddError(const std::string& file_, int line_, int column_,
+                                     const std::string& message_) {
+  std::fprintf(stderr, "%s:%d:%d: %s\n", file_.c_str(), line_ + 1, column_ + 1, message_.c_str());
+}
+
+DynamicSchema::DynamicSchema(const std::string& dir_, const std::string& file_)
+    : _importer(&_tree, &_errors), _factory(_importer.pool()) {
+  _tree.MapPath("", dir_);
+  if (_importer.Import(file_) == nullptr)
+    std::fprintf(stderr, "cannot import %s from %s\n", file_.c_str(), dir_.c_str());
+}
+
+const Descriptor* DynamicSchema::find(const std::string& typeName_) const {
+  const Descriptor* p = _importer.pool()->FindMessageTypeByName(typeName_);
+  if (p == nullptr) std::fprintf(stderr, "no type %s\n", typeName_.c_str());
+  return p;
+}
+
+std::unique_ptr<google::protobuf::Message> DynamicSchema::newMessage(const Descriptor* pType_) {
+  return std::unique_ptr<google::protobuf::Message>(_factory.GetPrototype(pType_)->New());
+}
+
+WireWalker::WireWalker(const Descriptor* pRoot_) {
+  std::vector<const Descriptor*> seen;
+  _add(pRoot_, seen);
+}
+
+uint32_t WireWalker::_add(const Descriptor* pType_, std::vector<const Descriptor*>& seen_) {
+  for (uint32_t i = 0; i < seen_.size(); ++i)
+    if (seen_[i] == pType_) return i;
+  const uint32_t index = static_cast<uint32_t>(seen_.size());
+  seen_.push_back(pType_);
+  _types.emplace_back();
+  int maxNumber = 0;
+  for (int i = 0; i < pType_->field_count(); ++i)
+    if (pType_->field(i)->number() > maxNumber) maxNumber = pType_->field(i)->number();
+  Type type(static_cast<size_t>(maxNumber) + 1);
+  for (int i = 0; i < pType_->field_count(); ++i) {
+    const FieldDescriptor* f = pType_->field(i);
+    Field& slot = type[static_cast<size_t>(f->number())];
+    if (f->type() == FieldDescriptor::TYPE_MESSAGE) {
+      slot.kind = nested;
+      slot.type = _add(f->message_type(), seen_);
+    } else if (f->is_packed()) {
+      switch (f->type()) {
+        case FieldDescriptor::TYPE_SINT32:
+        case FieldDescriptor::TYPE_SINT64:
+          slot.kind = packedZigzag;
+          break;
+        case FieldDescriptor::TYPE_FIXED32:
+        case FieldDescriptor::TYPE_SFIXED32:
+        case FieldDescriptor::TYPE_FLOAT:
+          slot.kind = packedFixed32;
+          break;
+        case FieldDescriptor::TYPE_FIXED64:
+        case FieldDescriptor::TYPE_SFIXED64:
+        case FieldDescriptor::TYPE_DOUBLE:
+          slot.kind = packedFixed64;
+          break;
+        default:
+          slot.kind = packedVarint;
+      }
+    }
+  }
+  _types[index] = std::move(type);
+  return index;
+}
+
+uint64_t WireWalker::walk(const char* pData_, size_t size_) const {
+  return _walk(pData_, size_, _types[0]);
+}
+
+uint64_t WireWalker::_walk(const char* pData_, size_t size_, const Type& type_) const {
+  protozero::pbf_reader reader(pData_, size_);
+  uint64_t sum = 0;
+  while (reader.next()) {
+    const uint32_t number = reader.tag();
+    const Field field = number < type_.size() ? type_[number] : Field();
+    switch (reader.wire_type()) {
+      case protozero::pbf_wire_type::varint:
+        sum += reader.get_uint64();
+        break;
+      case protozero::pbf_wire_type::fixed64:
+        sum += reader.get_fixed64();
+        break;
+      case protozero::pbf_wire_type::fixed32:
+        sum += reader.get_fixed32();
+        break;
+      case protozero::pbf_wire_type::length_delimited:
+        switch (field.kind) {
+          case nested: {
+            const protozero::data_view view = reader.get_view();
+            sum += _walk(view.data(), view.size(), _types[field.type]);
+            break;
+          }
+          case packedVarint:
+            for (uint64_t v : reader.get_packed_uint64()) sum += v;
+            break;
+          case packedZigzag:
+            for (int64_t v : reader.get_packed_sint64()) sum += static_cast<uint64_t>(v);
+            break;
+          case packedFixed32:
+            for (uint32_t v : reader.get_packed_fixed32()) sum += v;
+            break;
+          case packedFixed64:
+            for (uint64_t v : reader.get_packed_fixed64()) sum += v;
+            break;
+          case plain: {
+            const protozero::data_view view = reader.get_view();
+            sum += view.size() + static_cast<unsigned char>(view.size() ? view.data()[0] : 0);
+            break;
+          }
+        }
+        break;
+      default:
+        reader.skip();
+    }
+  }
+  return sum;
+}
+
+}  // namespace tarn_bench

@@ -1,0 +1,208 @@
+// merge and serialize: the two ways the module writes a message.
+#include <cstring>
+
+#include "commands.h"
+#include "host/merge_bound.h"
+#include "input.h"
+#include "text_util.h"
+
+namespace tarnpb {
+
+namespace {
+
+// Bytes behind the room a call was given that must still hold this pattern
+// afterwards: a module writing past its room is caught, not silently wrong.
+const size_t guard_bytes = 64;
+const char guard_fill = '\xA5';
+
+bool guardIntact(const std::string& buffer_, size_t room_) {
+  for (size_t i = room_; i < buffer_.size(); ++i)
+    if (buffer_[i] != guard_fill) return false;
+  return true;
+}
+
+// Where a rebuilt body goes: -o FILE, the standard output when it is not a
+// terminal, or nowhere (shown as hex instead). The parsed view goes to the
+// standard output, or to standard error while the body occupies it.
+std::FILE* deliver(const Args& args_, const std::string& body_, const std::string& what_) {
+  if (args_.has("output")) {
+    writeOutput(args_.get("output"), body_);
+    return stdout;
+  }
+  if (!stdoutIsTerminal()) {
+    writeOutput("", body_);
+    return stderr;
+  }
+  std::printf("%s: %zu bytes\n%s\n", what_.c_str(), body_.size(),
+              hexBytes(body_.data(), body_.size()).c_str());
+  return stdout;
+}
+
+Parsed parseOrRefuse(const Workbench& bench_, const std::string& path_, bool text_,
+                     const std::string& what_) {
+  Parsed parsed = parseWith(bench_, bench_.loadMessage(path_, text_));
+  if (parsed.status != TARN_SUCCESS) {
+    showParse(stderr, bench_, parsed, what_, false);
+    throw ToolError(exit_refused, "the module refused the " + what_ + " (status " +
+                                      std::to_string(parsed.status) + ")");
+  }
+  return parsed;
+}
+
+}  // namespace
+
+std::string mergeBodies(const ModuleSession& module_, tarn_host::ValueSet& update_,
+                        tarn_host::ValueSet& stored_) {
+  // The module checks no capacity: the host sizes the segment beforehand.
+  const size_t room = static_cast<size_t>(tarn_host::mergeOutputBound(update_, stored_));
+  std::string buffer(room + guard_bytes, guard_fill);
+  tarn_delta_message_data delta = {};
+  delta.output.data = &buffer[0];
+  delta.update_value_set = update_.handle();
+  delta.source_value_set = stored_.handle();
+  const int count = module_.api().delta_publish_merge(&delta);
+  if (!guardIntact(buffer, room) || static_cast<size_t>(count) > room ||
+      delta.output.byte_count > room) {
+    throw ToolError(exit_refused,
+                    "the module's merge wrote past the " + std::to_string(room) + " bytes of room");
+  }
+  buffer.resize(delta.output.byte_count);
+  return buffer;
+}
+
+namespace {
+
+int runMergeCommand(const Args& args_) {
+  auto bench = Workbench::open(args_);
+  const bool text = args_.has("text");
+  Parsed stored = parseOrRefuse(*bench, args_.positional()[0], text, "stored message");
+  Parsed update = parseOrRefuse(*bench, args_.positional()[1], text, "update message");
+  const std::string merged = mergeBodies(*bench->module, *update.set, *stored.set);
+
+  std::FILE* pOut = deliver(args_, merged, "merged message");
+  const Parsed again = parseWith(*bench, merged);
+  showParse(pOut, *bench, again, "merged message", args_.has("json"));
+  if (args_.has("trace"))
+    std::fprintf(pOut, "%s\n", escapeBinary(bench->module->trace(merged)).c_str());
+  if (again.status != TARN_SUCCESS)
+    throw ToolError(exit_refused, "the module cannot parse its own merged message");
+  return exit_ok;
+}
+
+// The value list a server builds from a parsed message: every entry with
+// bytes, at its depth (top level 1); message entries open a submessage and
+// bring their tag only. The elements of a packed field share the field's
+// bytes, so only the first of them is listed.
+struct ValueList {
+  std::vector<std::string> paths;
+  std::vector<tarn_message_value> values;
+  size_t documents = 0;
+};
+
+ValueList valueListOf(const Workbench& bench_, const Parsed& parsed_) {
+  ValueList list;
+  const std::vector<EntryLine> lines = describeEntries(parsed_.view(bench_, ""));
+  list.paths.reserve(lines.size());
+  const tarn_host::ValueSet& set = *parsed_.set;
+  for (const auto& l : lines) {
+    const tarn_message_value_set_entry& e = set[l.index];
+    if (e.raw_bytes == nullptr || e.raw_bytes_length == 0 || l.sameBytesAs >= 0) continue;
+    list.paths.push_back(l.path);
+    tarn_message_value v = {};
+    v.path_hash = e.hash;
+    v.depth = static_cast<uint32_t>(l.depth) + 1;
+    v.xpath_value.type_hint =
+        l.kind == "message" ? tarn_message_xpath_value_type_document : e.type_hint;
+    v.xpath_value.value_mask = e.value_mask;
+    v.xpath_value.raw_bytes = e.raw_bytes;
+    v.xpath_value.raw_bytes_length = e.raw_bytes_length;
+    if (l.kind == "message") ++list.documents;
+    list.values.push_back(v);
+  }
+  for (size_t i = 0; i < list.values.size(); ++i) {
+    list.values[i].path = list.paths[i].c_str();
+    list.values[i].path_length = list.paths[i].size();
+  }
+  return list;
+}
+
+int runSerialize(const Args& args_) {
+  auto bench = Workbench::open(args_);
+  const Parsed parsed = parseOrRefuse(*bench, args_.positional()[0], args_.has("text"), "message");
+  ValueList list = valueListOf(*bench, parsed);
+  tarn_message_value_list valueList = {list.values.size(), list.values.data()};
+
+  tarn_output_message_data out = {};
+  out.body_type = 5;
+  out.value_list = &valueList;
+  const int sizeAnswer = bench->module->api().compute_serialize_size(&out);
+  // The size answer counts each value's bytes; a submessage's four-byte length
+  // slot can be longer than the prefix it replaces, so room is added for it.
+  const size_t room = static_cast<size_t>(sizeAnswer < 0 ? 0 : sizeAnswer) + 4 * list.documents;
+  std::string buffer(room + guard_bytes, guard_fill);
+  out.message.data = &buffer[0];
+  const int status = bench->module->api().serialize_message(&out);
+  if (!guardIntact(buffer, room) || out.message.byte_count > room) {
+    throw ToolError(exit_refused, "the module's serialization wrote past the " +
+                                      std::to_string(room) + " bytes of room");
+  }
+  if (status != TARN_SUCCESS) {
+    throw ToolError(exit_refused,
+                    "the module refused to serialize (status " + std::to_string(status) + ")");
+  }
+  buffer.resize(out.message.byte_count);
+
+  std::FILE* pOut = deliver(args_, buffer, "rebuilt message");
+  const Parsed again = parseWith(*bench, buffer);
+  showParse(pOut, *bench, again, "rebuilt message", args_.has("json"));
+  if (!args_.has("json")) {
+    std::fprintf(pOut, "%zu values, size answer %d, %zu bytes written; libprotobuf reads %s\n",
+                 list.values.size(), sizeAnswer, buffer.size(),
+                 bench->schema->sameMessage(bench->pRoot, parsed.body, buffer)
+                     ? "the same message as the input"
+                     : "a DIFFERENT message from the input");
+  }
+  if (again.status != TARN_SUCCESS)
+    throw ToolError(exit_refused, "the module cannot parse its own rebuilt message");
+  return exit_ok;
+}
+
+std::vector<OptionSpec> buildOptions() {
+  std::vector<OptionSpec> options = schemaOptions();
+  options.push_back(
+      {"text", 0, nullptr, false,
+       "the inputs are protobuf text format (implied by .txtpb, .textproto, .pbtxt)"});
+  options.push_back({"output", 'o', "FILE", false,
+                     "write the message body to FILE (default: the standard output when it is "
+                     "not a terminal)"});
+  options.push_back({"json", 'j', nullptr, false, "show the result's entries as JSON"});
+  return options;
+}
+
+}  // namespace
+
+Command mergeCommand() {
+  std::vector<OptionSpec> options = buildOptions();
+  options.push_back({"trace", 0, nullptr, false, "also show the module's trace of the result"});
+  return {{"merge", "[options] STORED UPDATE",
+           "Merge an update message into a stored one, as a delta publish does.",
+           "Both messages are parsed by the module, then merged by it: fields the update\n"
+           "carries replace the stored ones, nested messages on both sides are merged\n"
+           "field by field, stored fields the update lacks stay. The merged body is\n"
+           "written out and shown parsed. While the body goes to the standard output,\n"
+           "the parsed view goes to standard error.",
+           options, 2, 2},
+          runMergeCommand};
+}
+
+Command serializeCommand() {
+  return {{"serialize", "[options] MESSAGE",
+           "Rebuild a message from the value list of its parse, as a server does.",
+           "Every entry with bytes becomes one value at its depth; message entries open a\n"
+           "submessage, whose length the module writes as a four-byte varint. The result\n"
+           "is shown parsed, with whether libprotobuf reads it as the input message.",
+           buildOptions(), 1, 1},
+          runSerialize};
+}
+
+}  // namespace tarnpb

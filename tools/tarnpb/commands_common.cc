@@ -1,0 +1,93 @@
+#include <cstdio>
+
+#include "commands.h"
+#include "host/module_loader.h"
+#include "input.h"
+
+namespace tarnpb {
+
+const std::vector<Command>& commands() {
+  static const std::vector<Command> all = {parseCommand(),     traceCommand(),  mergeCommand(),
+                                           serializeCommand(), encodeCommand(), decodeCommand(),
+                                           demoCommand()};
+  return all;
+}
+
+std::unique_ptr<Workbench> Workbench::open(const Args& args_, bool withModule_) {
+  return open(SchemaConfig::fromArgs(args_), args_.get("module", tarn_host::defaultModulePath()),
+              args_.has("quiet"), withModule_);
+}
+
+std::unique_ptr<Workbench> Workbench::open(const SchemaConfig& config_,
+                                           const std::string& modulePath_, bool quiet_,
+                                           bool withModule_) {
+  std::unique_ptr<Workbench> bench(new Workbench);
+  bench->config = config_;
+  const bool moduleFirst = withModule_ && !config_.type.empty();
+  if (moduleFirst) {
+    bench->module.reset(new ModuleSession(modulePath_, quiet_));
+    bench->module->createContext(bench->config);
+  }
+  bench->schema.reset(new Schema(config_.protoPaths, config_.file));
+  bench->pRoot = bench->schema->rootType(config_.type);
+  bench->config.type = bench->pRoot->full_name();
+  if (withModule_ && !moduleFirst) {
+    bench->module.reset(new ModuleSession(modulePath_, quiet_));
+    bench->module->createContext(bench->config);
+  }
+  return bench;
+}
+
+std::string Workbench::loadMessage(const std::string& path_, bool forceText_) const {
+  std::string data = readInput(path_);
+  if (!forceText_ && !looksLikeText(path_)) return data;
+  return schema->encode(pRoot, data, path_ == "-" ? "<stdin>" : path_);
+}
+
+ParseView Parsed::view(const Workbench& bench_, const std::string& title_) const {
+  ParseView v;
+  v.title = title_;
+  v.typeName = bench_.config.type;
+  v.pBody = &body;
+  v.pSet = set.get();
+  v.status = status;
+  v.partial = partial;
+  v.pRoot = bench_.pRoot;
+  v.pKnownPaths = &knownPaths;
+  return v;
+}
+
+Parsed parseWith(const Workbench& bench_, std::string body_,
+                 const tarn::tarn_xpath_hash_set* pFind_) {
+  Parsed parsed;
+  parsed.body = std::move(body_);
+  parsed.set.reset(new tarn_host::ValueSet());
+  parsed.partial = pFind_ != nullptr;
+  parsed.status = bench_.module->parse(parsed.body, *parsed.set, pFind_);
+  return parsed;
+}
+
+void showParse(std::FILE* pOut_, const Workbench& bench_, const Parsed& parsed_,
+               const std::string& title_, bool json_) {
+  const ParseView v = parsed_.view(bench_, title_);
+  if (json_) {
+    printJson(pOut_, v);
+  } else {
+    printTree(pOut_, v);
+  }
+}
+
+std::string throughputLine(const char* verb_, size_t messages_, size_t refused_, size_t bytes_,
+                           const std::string& extra_, double seconds_) {
+  char text[256];
+  const double safe = seconds_ > 1e-9 ? seconds_ : 1e-9;
+  std::snprintf(text, sizeof text,
+                "%s %zu messages (%zu ok, %zu refused), %zu bytes, %s in %.3f ms: %.1f MB/s, "
+                "%.0f messages/s",
+                verb_, messages_, messages_ - refused_, refused_, bytes_, extra_.c_str(),
+                seconds_ * 1e3, static_cast<double>(bytes_) / safe / 1e6,
+                static_cast<double>(messages_) / safe);
+  return text;
+}
+
+}  // namespace tarnpb

@@ -1,0 +1,188 @@
+// parse and trace: what the module stores for a message, and how it traces it.
+#include <chrono>
+#include <cstdio>
+
+#include "commands.h"
+#include "input.h"
+#include "text_util.h"
+
+namespace tarnpb {
+
+namespace {
+
+typedef std::chrono::steady_clock Clock;
+
+double secondsSince(Clock::time_point start_) {
+  return std::chrono::duration<double>(Clock::now() - start_).count();
+}
+
+std::vector<OptionSpec> inputOptions(std::vector<OptionSpec> options_) {
+  options_.push_back({"text", 0, nullptr, false,
+                      "the input is protobuf text format (implied by .txtpb, .textproto, .pbtxt)"});
+  options_.push_back({"delimited", 'd', nullptr, false,
+                      "the input is a stream of varint-length-delimited messages: print a "
+                      "summary with counts and throughput"});
+  return options_;
+}
+
+// The stream named by the only argument, split into messages.
+Delimited readStream(const Args& args_, std::string& data_) {
+  if (args_.has("text")) throw ToolError(exit_usage, "--delimited reads wire format, not --text");
+  data_ = readInput(args_.positional()[0]);
+  return splitDelimited(data_);
+}
+
+int finishStream(const Delimited& stream_, size_t refused_, const std::string& summary_) {
+  std::printf("%s\n", summary_.c_str());
+  if (!stream_.error.empty()) throw ToolError(exit_refused, "corrupt stream: " + stream_.error);
+  if (refused_ != 0) {
+    throw ToolError(exit_refused, "the module refused " + std::to_string(refused_) + " of " +
+                                      std::to_string(stream_.messages.size()) + " messages");
+  }
+  return exit_ok;
+}
+
+// Each dotted path hashed the way the module hashes field paths: the first
+// name from the value set's base, every further one from the separator
+// added to the hash before it.
+tarn::tarn_xpath_hash_set findSet(const Args& args_, const Workbench& bench_,
+                                  std::map<uint32_t, std::string>& paths_) {
+  tarn::tarn_xpath_hash_set set;
+  for (const auto& path : args_.all("find")) {
+    const std::vector<std::string> names = splitPath(path);
+    if (Schema::fieldAt(bench_.pRoot, names) == nullptr) {
+      throw ToolError(exit_usage,
+                      "--find " + path + ": " + bench_.config.type + " has no such field path");
+    }
+    uint32_t hash = tarn_host::default_base_hash;
+    for (size_t i = 0; i < names.size(); ++i) {
+      if (i) hash = tarn_message_xpath_hash_add_separator(hash);
+      hash = tarn_message_xpath_hash_string(names[i].data(), names[i].size(), hash);
+    }
+    set.insert(hash);
+    paths_[hash] = path;
+  }
+  return set;
+}
+
+int runParse(const Args& args_) {
+  auto bench = Workbench::open(args_);
+  std::map<uint32_t, std::string> paths;
+  const tarn::tarn_xpath_hash_set find = findSet(args_, *bench, paths);
+  const tarn::tarn_xpath_hash_set* pFind = args_.has("find") ? &find : nullptr;
+
+  if (args_.has("delimited")) {
+    std::string data;
+    const Delimited stream = readStream(args_, data);
+    tarn_host::ValueSet set;
+    size_t refused = 0, bytes = 0, entries = 0;
+    const auto start = Clock::now();
+    for (const auto& m : stream.messages) {
+      set.clear();
+      if (bench->module->parse(data.substr(m.first, m.second), set, pFind) != TARN_SUCCESS)
+        ++refused;
+      bytes += m.second;
+      entries += set.size();
+    }
+    const double seconds = secondsSince(start);
+    return finishStream(stream, refused,
+                        throughputLine("parsed", stream.messages.size(), refused, bytes,
+                                       std::to_string(entries) + " entries", seconds));
+  }
+
+  Parsed parsed =
+      parseWith(*bench, bench->loadMessage(args_.positional()[0], args_.has("text")), pFind);
+  parsed.knownPaths = paths;
+  showParse(stdout, *bench, parsed, "", args_.has("json"));
+  if (parsed.status != TARN_SUCCESS) {
+    throw ToolError(exit_refused, "the module refused the message (status " +
+                                      std::to_string(parsed.status) + ") after storing " +
+                                      std::to_string(parsed.set->size()) +
+                                      (parsed.set->size() == 1 ? " entry" : " entries"));
+  }
+  return exit_ok;
+}
+
+int runTrace(const Args& args_) {
+  auto bench = Workbench::open(args_);
+  const bool fixed = args_.has("capacity");
+  const size_t capacity = args_.getSize("capacity", 0);
+
+  if (args_.has("delimited")) {
+    std::string data;
+    const Delimited stream = readStream(args_, data);
+    size_t refused = 0, bytes = 0, chars = 0;
+    std::string text;
+    const auto start = Clock::now();
+    for (const auto& m : stream.messages) {
+      const std::string body = data.substr(m.first, m.second);
+      if (fixed) {
+        if (bench->module->traceOnce(body, capacity, text) != TARN_SUCCESS) ++refused;
+      } else {
+        text = bench->module->trace(body);
+      }
+      bytes += m.second;
+      chars += text.size();
+    }
+    const double seconds = secondsSince(start);
+    return finishStream(stream, refused,
+                        throughputLine("traced", stream.messages.size(), refused, bytes,
+                                       std::to_string(chars) + " characters of trace", seconds));
+  }
+
+  const std::string body = bench->loadMessage(args_.positional()[0], args_.has("text"));
+  std::string text;
+  int status = TARN_SUCCESS;
+  if (fixed) {
+    status = bench->module->traceOnce(body, capacity, text);
+  } else {
+    text = bench->module->trace(body);
+  }
+  const size_t written = text.size();
+  // The trace holds string and bytes fields as they stand, NUL bytes included.
+  if (args_.has("escape")) text = escapeBinary(text);
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  std::printf("\n");
+  if (status != TARN_SUCCESS) {
+    throw ToolError(exit_refused, "the module refused the trace (status " + std::to_string(status) +
+                                      ") with " + std::to_string(capacity) + " bytes of room; " +
+                                      std::to_string(written) + " bytes were written");
+  }
+  return exit_ok;
+}
+
+}  // namespace
+
+Command parseCommand() {
+  std::vector<OptionSpec> options = inputOptions(schemaOptions());
+  options.push_back({"json", 'j', nullptr, false, "print the entries as JSON"});
+  options.push_back({"find", 'f', "PATH", true,
+                     "partial parse keeping only this dotted field path (e.g. order.price) "
+                     "and what lies below it"});
+  return {{"parse", "[options] MESSAGE",
+           "Parse a message with the module and show the value set it fills.",
+           "MESSAGE is a file, or - for the standard input. Each line of the tree is one\n"
+           "entry: its index, path hash, field name (indented below its message), the\n"
+           "module's value kind and value, and the field's bytes in the message.\n"
+           "Entries made from schema defaults have no bytes; the elements of a packed\n"
+           "field share the bytes of the whole field.",
+           options, 1, 1},
+          runParse};
+}
+
+Command traceCommand() {
+  std::vector<OptionSpec> options = inputOptions(schemaOptions());
+  options.push_back({"capacity", 'c', "N", false,
+                     "give the module a trace buffer of N bytes instead of one that grows "
+                     "until the trace fits"});
+  options.push_back({"escape", 'e', nullptr, false,
+                     "show bytes outside printable ASCII as \\xNN (the trace copies string and "
+                     "bytes fields as they stand)"});
+  return {{"trace", "[options] MESSAGE", "Show the module's trace text of a message.",
+           "MESSAGE is a file, or - for the standard input. With --capacity, a buffer\n"
+           "too small is refused by the module; the text it wrote up to then is shown.",
+           options, 1, 1},
+          runTrace};
+}
+
+}  // namespace tarnpb

@@ -1,0 +1,79 @@
+// tarnpb: shows what the protobuf message-type module does with a schema and
+// its messages before they are deployed on a server. It loads the built module
+// the way a server does and drives it through its entry points only.
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <new>
+
+#include "commands.h"
+
+namespace {
+
+void printUsage(std::FILE* pOut_) {
+  std::fprintf(pOut_,
+               "usage: tarnpb COMMAND [options] [arguments]\n\n"
+               "Loads the protobuf message-type module as a server does and shows what it\n"
+               "does with a schema and its messages.\n\ncommands:\n");
+  for (const auto& c : tarnpb::commands())
+    std::fprintf(pOut_, "  %-10s %s\n", c.spec.name, c.spec.summary);
+  std::fprintf(pOut_,
+               "\n'tarnpb COMMAND --help' describes a command. Common options: --proto FILE,\n"
+               "--proto-path DIR (repeatable), --type NAME, --module PATH, --quiet.\n"
+               "The module's log lines go to standard error with their level names.\n"
+               "exit status: 0 success, 1 refused by the module or the schema, 2 usage error\n");
+}
+
+bool isHelp(const std::string& arg_) { return arg_ == "--help" || arg_ == "-h"; }
+
+int run(int argc_, char** argv_) {
+  if (argc_ < 2) {
+    printUsage(stderr);
+    return tarnpb::exit_usage;
+  }
+  std::string name = argv_[1];
+  std::vector<std::string> rest(argv_ + 2, argv_ + argc_);
+  if (isHelp(name) || name == "help") {
+    if (name == "help" && !rest.empty()) {
+      name = rest[0];
+      rest.assign(1, "--help");
+    } else {
+      printUsage(stdout);
+      return tarnpb::exit_ok;
+    }
+  }
+  for (const auto& command : tarnpb::commands()) {
+    if (name != command.spec.name) continue;
+    for (const auto& arg : rest) {
+      if (arg == "--") break;
+      if (isHelp(arg)) {
+        std::fputs(tarnpb::commandHelp(command.spec).c_str(), stdout);
+        return tarnpb::exit_ok;
+      }
+    }
+    try {
+      return command.run(tarnpb::scanArgs(command.spec, rest));
+    } catch (const tarnpb::ToolError& e) {
+      std::fflush(stdout);
+      std::fprintf(stderr, "tarnpb %s: %s\n", command.spec.name, e.what());
+      return e.status();
+    }
+  }
+  std::fprintf(stderr, "tarnpb: unknown command '%s' (see tarnpb --help)\n", name.c_str());
+  return tarnpb::exit_usage;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::bad_alloc&) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "tarnpb: out of memory\n");
+  } catch (const std::exception& e) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "tarnpb: %s\n", e.what());
+  }
+  return tarnpb::exit_refused;
+}

@@ -1,0 +1,123 @@
+#include "module_session.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "cli.h"
+#include "host/logger.h"
+
+namespace tarnpb {
+
+namespace {
+
+const int warning_level = 16;
+const size_t first_trace_capacity = 1024;
+// Room tried before giving up: generous for any real trace text, small enough
+// that a module that refuses for another reason is not fed gigabytes.
+size_t maxTraceCapacity(size_t bodyLength_) {
+  const size_t limit = size_t{1} << 30;
+  const size_t guess = (size_t{16} << 20) + 512 * bodyLength_;
+  return guess < limit && bodyLength_ < limit ? guess : limit;
+}
+
+}  // namespace
+
+SchemaConfig SchemaConfig::fromArgs(const Args& args_) {
+  SchemaConfig config;
+  config.file = args_.get("proto");
+  if (config.file.empty()) throw ToolError(exit_usage, "a schema is needed: --proto FILE");
+  config.protoPaths = args_.all("proto-path");
+  if (config.protoPaths.empty()) {
+    const size_t slash = config.file.rfind('/');
+    if (slash == std::string::npos) {
+      config.protoPaths.push_back(".");
+    } else {
+      config.protoPaths.push_back(slash == 0 ? "/" : config.file.substr(0, slash));
+      config.file = config.file.substr(slash + 1);
+    }
+  }
+  config.type = args_.get("type");
+  return config;
+}
+
+ModuleSession::ModuleSession(const std::string& modulePath_, bool quiet_) : _quiet(quiet_) {
+  tarn_host::Logger::echoToStderr(!quiet_);
+  std::string error;
+  if (!_module.open(modulePath_, error)) throw ToolError(exit_refused, error);
+  const size_t mark = tarn_host::Logger::mark();
+  _started = true;
+  api().module_init(nullptr, &tarn_host::Logger::log, &std::malloc);
+  showQuietLines(mark);
+}
+
+ModuleSession::~ModuleSession() {
+  if (_context != nullptr) api().destroy_context(_context);
+  if (_started) api().module_terminate();
+}
+
+void ModuleSession::showQuietLines(size_t mark_) const {
+  if (!_quiet) return;
+  for (const auto& line : tarn_host::Logger::linesSince(mark_))
+    if (line.level >= warning_level)
+      std::fprintf(stderr, "[%s] %s\n", tarn_host::Logger::levelName(line.level).c_str(),
+                   line.text.c_str());
+}
+
+void ModuleSession::createContext(const SchemaConfig& config_) {
+  tarn_host::ContextOptions options;
+  std::vector<std::string> paths;
+  for (const auto& dir : config_.protoPaths) paths.push_back(";" + dir);
+  for (const auto& path : paths) options.add("ProtoPath", path.c_str());
+  options.add("ProtoFile", config_.file.c_str());
+  options.add("Type", config_.type.c_str());
+  const size_t mark = tarn_host::Logger::mark();
+  _context = api().create_context(options.get());
+  showQuietLines(mark);
+  if (_context != nullptr) return;
+  std::string reason = "no reason logged";
+  for (const auto& line : tarn_host::Logger::linesSince(mark)) {
+    if (line.level >= warning_level) {
+      reason = line.text;
+      break;
+    }
+  }
+  throw ToolError(exit_refused, "the module refused the schema: " + reason);
+}
+
+int ModuleSession::parse(const std::string& body_, tarn_host::ValueSet& set_,
+                         const tarn::tarn_xpath_hash_set* pFind_) const {
+  tarn_input_message input = {};
+  input.message_type_context = _context;
+  input.data = body_.data();
+  input.byte_count = body_.size();
+  if (pFind_ == nullptr) return api().parse_message(&input, set_.handle());
+  return api().partial_parse_message(&input, pFind_, set_.handle());
+}
+
+int ModuleSession::traceOnce(const std::string& body_, size_t capacity_, std::string& text_) const {
+  std::unique_ptr<char[]> buffer(new char[capacity_ == 0 ? 1 : capacity_]);
+  tarn_trace_buffer in = {body_.data(), body_.size()};
+  tarn_trace_output_buffer out = {buffer.get(), capacity_, 0};
+  const int status = api().trace_message(_context, &in, &out);
+  // The length is the module's word; it is held to the capacity all the same.
+  text_.assign(buffer.get(), out.length <= capacity_ ? out.length : capacity_);
+  return status;
+}
+
+std::string ModuleSession::trace(const std::string& body_) const {
+  std::string text;
+  const size_t limit = maxTraceCapacity(body_.size());
+  for (size_t capacity = first_trace_capacity;; capacity *= 2) {
+    if (capacity > limit) capacity = limit;
+    const int status = traceOnce(body_, capacity, text);
+    if (status == TARN_SUCCESS) return text;
+    if (capacity == limit) {
+      throw ToolError(exit_refused, "the module refused the trace (status " +
+                                        std::to_string(status) + ") even with " +
+                                        std::to_string(capacity) + " bytes of room");
+    }
+  }
+}
+
+}  // namespace tarnpb

@@ -1,0 +1,67 @@
+// The module as a server runs it: loaded with dlopen through the stand-in
+// host, started with the host's logger, given one context built from the
+// ProtoPath / ProtoFile / Type options, and stopped again when the session
+// ends. Calls go through the entry points only.
+#ifndef TARN_TOOLS_TARNPB_MODULE_SESSION_H
+#define TARN_TOOLS_TARNPB_MODULE_SESSION_H
+
+#include <string>
+#include <vector>
+
+#include "host/module_loader.h"
+#include "host/value_set.h"
+#include "tarn/tarn_xpath_hash_set.h"
+
+namespace tarnpb {
+
+class Args;
+
+// Where the schema lies, as the user gave it. Without --proto-path the
+// directory of --proto is the search path and its base name the file.
+struct SchemaConfig {
+  std::vector<std::string> protoPaths;
+  std::string file;
+  std::string type;  // may be empty until resolved with the tool's own schema
+
+  static SchemaConfig fromArgs(const Args& args_);
+};
+
+class ModuleSession {
+ public:
+  // Loads the module and starts it. Its log lines go to standard error with
+  // their level names; quiet_ keeps only those from warning up. Throws
+  // ToolError (refused) when the library cannot be loaded.
+  ModuleSession(const std::string& modulePath_, bool quiet_);
+  ~ModuleSession();
+  ModuleSession(const ModuleSession&) = delete;
+  ModuleSession& operator=(const ModuleSession&) = delete;
+
+  const tarn_host::ModuleApi& api() const { return _module.api(); }
+
+  // Creates the context. Throws ToolError (refused) with the module's own
+  // reason, its first log line from warning up, when it returns null.
+  void createContext(const SchemaConfig& config_);
+
+  // Full parse when pFind_ is null, partial parse otherwise. Returns the
+  // module's status; the entries stored before a failure stay in set_.
+  int parse(const std::string& body_, tarn_host::ValueSet& set_,
+            const tarn::tarn_xpath_hash_set* pFind_ = nullptr) const;
+
+  // One trace into a buffer of capacity_ bytes: the status, and in text_ the
+  // bytes the module reports written (all of them also on failure).
+  int traceOnce(const std::string& body_, size_t capacity_, std::string& text_) const;
+  // Traces into a buffer that grows until the module succeeds.
+  std::string trace(const std::string& body_) const;
+
+ private:
+  void showQuietLines(size_t mark_) const;
+
+  tarn_host::LoadedModule _module;
+  tarn_message_type_context _context = nullptr;
+  bool _started = false;
+  bool _quiet;
+};
+
+}  // namespace tarnpb
+
+#endif
