@@ -4,10 +4,13 @@
 // compared byte for byte with a plain model of nesting with four-byte length
 // slots, and must fit the room that compute_serialize_size reports plus four
 // bytes per document (its raw length counts the whole nested field, of which
-// only the tag is written).
+// only the tag is written), unless the estimate already counts them. Some
+// inputs build lists that break the rules; those must be written the same way,
+// closing only what is open, or refused whole when a document has no tag.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -41,9 +44,13 @@ std::string model(const std::vector<Item>& items_) {
   };
   uint32_t current = 0;
   for (const Item& item : items_) {
-    for (uint32_t fall = current > item.depth ? current - item.depth : 0; fall; --fall) close();
+    // A list that falls further than it opened closes only what is open.
+    for (uint32_t fall = current > item.depth ? current - item.depth : 0; fall && !slots.empty();
+         --fall)
+      close();
     current = item.depth;
     if (item.document) {
+      if (item.tagLength == 0) return std::string();  // no complete tag: nothing is framed
       out.append(item.raw, 0, item.tagLength);
       slots.push_back(out.size());
       out.append(4, '\0');
@@ -66,6 +73,21 @@ Item document(FuzzedDataProvider& input_, uint32_t depth_) {
   return item;
 }
 
+// A value of a list that need not keep the rules: any depth, and a document
+// whose bytes may hold no complete tag at all.
+Item anyValue(FuzzedDataProvider& input_) {
+  const uint8_t op = input_.ConsumeIntegral<uint8_t>();
+  Item item;
+  item.depth = op >> 5 == 7 ? 0xFFFFFFFFu : (op >> 1) % 8;
+  item.document = (op & 1) != 0;
+  item.raw = input_.ConsumeRandomLengthString(item.document ? 6 : 24);
+  // The tag ends at the first byte without the continuation bit; 0: no tag.
+  size_t n = 0;
+  while (n < item.raw.size() && (static_cast<unsigned char>(item.raw[n]) & 0x80)) ++n;
+  item.tagLength = n < item.raw.size() ? n + 1 : 0;
+  return item;
+}
+
 Item member(FuzzedDataProvider& input_, uint32_t depth_) {
   std::string raw = input_.ConsumeRandomLengthString(48);
   return Item{depth_, false, raw, 0};
@@ -82,9 +104,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const uint32_t used = input.ConsumeIntegralInRange<uint32_t>(0, 8);
   const uint32_t dataCount = input.ConsumeIntegralInRange<uint32_t>(0, 8);
 
+  // Lists the host builds keep the nesting rules; with bit 6 set the list is
+  // arbitrary, and must still be written inside the room or refused whole.
+  const bool ruleFree = (flags & 0x40) != 0;
   std::vector<Item> items;
   uint32_t open = 0;
   size_t documents = 0;
+  while (ruleFree && input.remaining_bytes() > 0 && items.size() < 256) {
+    items.push_back(anyValue(input));
+    documents += items.back().document;
+  }
   while (input.remaining_bytes() > 0 && items.size() < 256) {
     const uint8_t op = input.ConsumeIntegral<uint8_t>();
     const bool afterDocument = !items.empty() && items.back().document;
@@ -99,14 +128,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   if (!items.empty() && items.back().document) items.push_back(Item{base + open, false, "", 0});
 
+  // Each value's bytes in a heap block of their exact size, so a read past
+  // raw_bytes_length is caught.
+  std::vector<std::unique_ptr<char[]>> blocks;
   std::vector<tarn_message_value> values(items.size());
   size_t rawTotal = 0;
   for (size_t i = 0; i < items.size(); ++i) {
+    blocks.emplace_back(new char[items[i].raw.size()]);
+    std::memcpy(blocks.back().get(), items[i].raw.data(), items[i].raw.size());
     std::memset(&values[i], 0, sizeof values[i]);
     values[i].depth = items[i].depth;
     values[i].xpath_value.type_hint = items[i].document ? tarn_message_xpath_value_type_document
                                                         : tarn_message_xpath_value_type_int;
-    values[i].xpath_value.raw_bytes = items[i].raw.data();
+    values[i].xpath_value.raw_bytes = blocks.back().get();
     values[i].xpath_value.raw_bytes_length = items[i].raw.size();
     rawTotal += items[i].raw.size();
   }
@@ -154,7 +188,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       "serialized bytes differ from the nesting model");
   for (size_t i = 0; i < offset + used; ++i)
     tarn_fuzz::check(segment[i] == sentinel, "serialize wrote before its start");
-  for (size_t i = offset + used + written; i < room; ++i)
+  // A refused list may leave bytes behind its count; they are not part of the message.
+  const bool refused = ruleFree && expected.empty();
+  for (size_t i = offset + used + written; i < room && !refused; ++i)
     tarn_fuzz::check(segment[i] == sentinel, "serialize wrote past its count");
   return 0;
 }
