@@ -48,10 +48,10 @@ for t in "${targets[@]}"; do
         -artifact_prefix="$work/artifacts/$t-" -print_final_stats=1)
   if [ "$jobs" -gt 1 ]; then
     # -jobs writes one fuzz-N.log per job into the working directory.
-    (cd "$work" && "$dir/fuzz/fuzz_$t" "${args[@]}" -jobs="$jobs" -workers="$jobs" \
+    (cd "$TMPDIR" && "$dir/fuzz/fuzz_$t" "${args[@]}" -jobs="$jobs" -workers="$jobs" \
        "$work/$t" "$root/fuzz/corpus/$t") >"$log" 2>&1 || status=1
-    cat "$work"/fuzz-*.log >>"$log" 2>/dev/null || true
-    rm -f "$work"/fuzz-*.log
+    cat "$TMPDIR"/fuzz-*.log >>"$log" 2>/dev/null || true
+    rm -f "$TMPDIR"/fuzz-*.log
   else
     "$dir/fuzz/fuzz_$t" "${args[@]}" "$work/$t" "$root/fuzz/corpus/$t" >"$log" 2>&1 || status=1
   fi
