@@ -1,0 +1,106 @@
+#include "fuzz_support.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <utility>
+
+namespace tarn_fuzz {
+namespace {
+
+void silentLogger(int, const char*) {}
+
+const uint32_t invalid = tarn_message_value_invalid_index;
+
+std::string describe(uint32_t index_, const tarn_message_value_set_entry& entry_) {
+  char text[160];
+  std::snprintf(text, sizeof text, "entry %u: raw length %u, parent %u, first child %u, next %u",
+                index_, entry_.raw_bytes_length, entry_.parent, entry_.first_child,
+                entry_.next_sibling);
+  return text;
+}
+
+}  // namespace
+
+const tarn_host::ModuleApi& api() {
+  static tarn_host::LoadedModule* pModule = [] {
+    auto* p = new tarn_host::LoadedModule();
+    std::string error;
+    if (!p->open(tarn_host::defaultModulePath(), error)) fail("module does not load", error);
+    p->api().module_init(nullptr, &silentLogger, &std::malloc);
+    return p;
+  }();
+  return pModule->api();
+}
+
+tarn_message_type_context context(const std::string& file, const std::string& type) {
+  // Never destroyed: contexts live as long as the process, and the leak checker
+  // at exit must still reach them.
+  static auto& contexts =
+      *new std::map<std::pair<std::string, std::string>, tarn_message_type_context>();
+  auto key = std::make_pair(file, type);
+  auto found = contexts.find(key);
+  if (found != contexts.end()) return found->second;
+  tarn_host::ContextOptions options;
+  std::string path = std::string(";") + TARN_FUZZ_DATA_DIR;
+  options.add("ProtoPath", path.c_str()).add("ProtoFile", file.c_str()).add("Type", type.c_str());
+  tarn_message_type_context created = api().create_context(options.get());
+  if (created == nullptr) fail("no context for", file + " " + type);
+  contexts.emplace(key, created);
+  return created;
+}
+
+tarn_message_type_context richContext() { return context("rich.proto", "tarn.test.Rich"); }
+tarn_message_type_context sampleContext() { return context("sample.proto", "tarn.test.Sample"); }
+
+void fail(const char* what_, const std::string& detail_) {
+  std::fprintf(stderr, "FUZZ CHECK FAILED: %s %s\n", what_, detail_.c_str());
+  std::abort();
+}
+
+int parse(tarn_message_type_context context_, const char* data_, size_t size_,
+          tarn_host::ValueSet& set_, const void* findSet_) {
+  tarn_input_message input = {};
+  input.message_type_context = context_;
+  input.data = data_;
+  input.byte_count = size_;
+  int status = findSet_ == nullptr ? api().parse_message(&input, set_.handle())
+                                   : api().partial_parse_message(&input, findSet_, set_.handle());
+  check(status == TARN_SUCCESS || status == TARN_FAILURE, "parse status is neither 0 nor 255",
+        std::to_string(status));
+  return status;
+}
+
+void checkEntries(const tarn_host::ValueSet& set_, const char* data_, size_t size_) {
+  const uint32_t count = set_.size();
+  const char* pEnd = data_ + size_;
+  for (uint32_t i = 0; i < count; ++i) {
+    const tarn_message_value_set_entry& e = set_[i];
+    if (e.raw_bytes == nullptr) {
+      check(e.raw_bytes_length == 0, "default entry with raw length", describe(i, e));
+    } else {
+      check(e.raw_bytes >= data_ && e.raw_bytes_length > 0 &&
+                e.raw_bytes_length <= static_cast<size_t>(pEnd - e.raw_bytes),
+            "raw bytes outside the body", describe(i, e));
+      if (e.string_rep != nullptr)
+        check(e.string_rep >= e.raw_bytes &&
+                  e.string_rep + e.string_rep_length <= e.raw_bytes + e.raw_bytes_length,
+              "string outside its field", describe(i, e));
+    }
+    check(e.value_mask == 0 || e.value_mask == 9 || e.value_mask == 18, "unknown value mask",
+          describe(i, e));
+    check(e.type_hint <= 2, "unknown type hint", describe(i, e));
+    check(e.tag_bytes != nullptr && e.tag_length > 0, "entry without a name", describe(i, e));
+    check(e.parent == invalid || e.parent < i, "parent not stored before", describe(i, e));
+    check(e.first_child == invalid || (e.first_child > i && e.first_child < count),
+          "first child out of order", describe(i, e));
+    check(e.next_sibling == invalid || (e.next_sibling > i && e.next_sibling < count),
+          "next sibling out of order", describe(i, e));
+    if (e.first_child != invalid)
+      check(set_[e.first_child].parent == i, "first child names another parent", describe(i, e));
+    if (e.next_sibling != invalid)
+      check(set_[e.next_sibling].parent == e.parent, "sibling of another parent", describe(i, e));
+  }
+}
+
+}  // namespace tarn_fuzz

@@ -1,0 +1,135 @@
+// A body nested 100,000 levels deep must not take the host down: the parser,
+// the tracer and the merge each stop at their nesting limit of 100 levels
+// with a defined result, and serialization, which keeps its open levels in a
+// list rather than on the stack, writes the whole depth.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "host/merge_bound.h"
+#include "module_fixture.h"
+#include "wire.h"
+
+namespace {
+
+using tarn_test::api;
+
+const int depth = 100000;
+// Nesting limits of the module: levels below the body that the parser enters,
+// braces the tracer opens, merges nested inside one another.
+const uint32_t parser_limit = 100;
+const int trace_limit = 100;
+
+tarn_message_type_context deepContext() {
+  static tarn_message_type_context context =
+      tarn_test::makeContext(tarn_test::dataDir(), "deep.proto", "tarn.deep.Node");
+  return context;
+}
+
+// `levels` Node.child fields around value = 7, built from the inside out so
+// that every length prefix is known before it is written.
+std::string deepBody(int levels) {
+  const std::string inner = wire::Body().varint(2, 7);
+  std::vector<size_t> lengths(levels + 1);
+  lengths[0] = inner.size();
+  for (int i = 1; i <= levels; ++i)
+    lengths[i] = 1 + wire::varintBytes(lengths[i - 1]).size() + lengths[i - 1];
+  std::string body;
+  body.reserve(lengths[levels]);
+  for (int i = levels; i >= 1; --i) body += '\x0A' + wire::varintBytes(lengths[i - 1]);
+  return body + inner;
+}
+
+TEST(DeepNesting, ParseStopsAtTheNestingLimit) {
+  ASSERT_NE(deepContext(), nullptr);
+  const std::string body = deepBody(depth);
+  tarn_host::ValueSet set;
+  EXPECT_EQ(tarn_test::parse(deepContext(), body, set), TARN_FAILURE);
+
+  // One message entry per level the parser entered, each the only child of the
+  // one before; the field that would open one level more is not stored.
+  ASSERT_EQ(set.size(), parser_limit);
+  const char* pTag = body.data();
+  for (uint32_t i = 0; i < parser_limit; ++i) {
+    const tarn_message_value_set_entry& e = set[i];
+    EXPECT_EQ(e.parent, i == 0 ? tarn_message_value_invalid_index : i - 1) << i;
+    EXPECT_EQ(e.first_child, i + 1 < parser_limit ? i + 1 : tarn_message_value_invalid_index) << i;
+    EXPECT_EQ(e.next_sibling, tarn_message_value_invalid_index) << i;
+    ASSERT_EQ(e.raw_bytes, pTag) << i;
+    EXPECT_EQ(e.raw_bytes + e.raw_bytes_length, body.data() + body.size()) << i;
+    // The next level's field follows this one's tag and length prefix.
+    if (i + 1 < parser_limit) pTag += 1 + wire::varintBytes(set[i + 1].raw_bytes_length).size();
+  }
+}
+
+TEST(DeepNesting, TraceEndsTheLevelThatWouldOpenOneTooMany) {
+  const std::string body = deepBody(depth);
+  std::string expected = "protobuf({";
+  for (int i = 1; i < trace_limit; ++i) expected += "\"child\":{";
+  expected += std::string(trace_limit, '}') + ")";
+
+  std::string buffer(1 << 20, '\0');
+  tarn_trace_output_buffer output = {&buffer[0], buffer.size(), 0};
+  tarn_trace_buffer input = {body.data(), body.size()};
+  ASSERT_EQ(api().trace_message(deepContext(), &input, &output), TARN_SUCCESS);
+  EXPECT_EQ(buffer.substr(0, output.length), expected);
+}
+
+TEST(DeepNesting, MergeOfTheBodyOverItselfGivesTheBody) {
+  // Both sides parse to the same hundred levels; the merge nests through them
+  // and copies the deepest entry's bytes, the rest of the body, whole. Every
+  // prefix of the body is minimal, so the merged message is the body again.
+  const std::string body = deepBody(depth);
+  tarn_host::ValueSet update, stored;
+  ASSERT_EQ(tarn_test::parse(deepContext(), body, update), TARN_FAILURE);
+  ASSERT_EQ(tarn_test::parse(deepContext(), body, stored), TARN_FAILURE);
+  std::string segment = "head";
+  const uint32_t count = tarn_host::deltaMerge(api(), update, stored, segment);
+  EXPECT_EQ(count, 4 + body.size());
+  EXPECT_TRUE(segment == "head" + body) << "merged " << segment.size() << " bytes";
+  EXPECT_EQ(update.size(), 0u);
+}
+
+TEST(DeepNesting, SerializeNestsEveryLevelWithoutTheStack) {
+  // 100,000 documents, each the only member of the one before, around value = 7.
+  const std::string member = wire::Body().varint(2, 7);
+  const std::string documentTag = "\x0A";
+  std::vector<tarn_message_value> values(depth + 1);
+  for (int i = 0; i <= depth; ++i) {
+    tarn_message_value& v = values[i];
+    v = tarn_message_value{};
+    v.depth = static_cast<uint32_t>(i + 1);
+    const bool isDocument = i < depth;
+    v.xpath_value.type_hint =
+        isDocument ? tarn_message_xpath_value_type_document : tarn_message_xpath_value_type_int;
+    v.xpath_value.raw_bytes = isDocument ? documentTag.data() : member.data();
+    v.xpath_value.raw_bytes_length = isDocument ? documentTag.size() : member.size();
+  }
+  tarn_message_value_list list = {values.size(), values.data()};
+
+  // Every level: its tag, then its length in four bytes, filled out with
+  // continuation bytes.
+  std::string expected(depth * 5 + member.size(), '\0');
+  for (int i = 0; i < depth; ++i) {
+    const size_t length = (depth - i - 1) * 5 + member.size();
+    expected[i * 5] = '\x0A';
+    for (int b = 0; b < 4; ++b)
+      expected[i * 5 + 1 + b] =
+          static_cast<char>(((length >> (7 * b)) & 0x7F) | (b < 3 ? 0x80 : 0));
+  }
+  expected.replace(depth * 5, member.size(), member);
+
+  tarn_output_message_data request = {};
+  request.body_type = 5;
+  request.value_list = &list;
+  const int room = api().compute_serialize_size(&request);
+  ASSERT_GE(room, 0);
+  std::string segment(static_cast<size_t>(room) + 4 * depth, '\0');
+  request.message.data = &segment[0];
+  ASSERT_EQ(api().serialize_message(&request), TARN_SUCCESS);
+  ASSERT_EQ(request.message.byte_count, expected.size());
+  EXPECT_TRUE(segment.compare(0, expected.size(), expected) == 0);
+}
+
+}  // namespace
