@@ -76,30 +76,33 @@ void checkEntries(const tarn_host::ValueSet& set_, const char* data_, size_t siz
   const char* pEnd = data_ + size_;
   for (uint32_t i = 0; i < count; ++i) {
     const tarn_message_value_set_entry& e = set_[i];
+    // The description is built only for a failure: this runs for every entry.
+    auto expect = [&](bool ok_, const char* what_) {
+      if (!ok_) fail(what_, describe(i, e));
+    };
     if (e.raw_bytes == nullptr) {
-      check(e.raw_bytes_length == 0, "default entry with raw length", describe(i, e));
+      expect(e.raw_bytes_length == 0, "default entry with raw length");
     } else {
-      check(e.raw_bytes >= data_ && e.raw_bytes_length > 0 &&
-                e.raw_bytes_length <= static_cast<size_t>(pEnd - e.raw_bytes),
-            "raw bytes outside the body", describe(i, e));
+      expect(e.raw_bytes >= data_ && e.raw_bytes_length > 0 &&
+                 e.raw_bytes_length <= static_cast<size_t>(pEnd - e.raw_bytes),
+             "raw bytes outside the body");
       if (e.string_rep != nullptr)
-        check(e.string_rep >= e.raw_bytes &&
-                  e.string_rep + e.string_rep_length <= e.raw_bytes + e.raw_bytes_length,
-              "string outside its field", describe(i, e));
+        expect(e.string_rep >= e.raw_bytes &&
+                   e.string_rep + e.string_rep_length <= e.raw_bytes + e.raw_bytes_length,
+               "string outside its field");
     }
-    check(e.value_mask == 0 || e.value_mask == 9 || e.value_mask == 18, "unknown value mask",
-          describe(i, e));
-    check(e.type_hint <= 2, "unknown type hint", describe(i, e));
-    check(e.tag_bytes != nullptr && e.tag_length > 0, "entry without a name", describe(i, e));
-    check(e.parent == invalid || e.parent < i, "parent not stored before", describe(i, e));
-    check(e.first_child == invalid || (e.first_child > i && e.first_child < count),
-          "first child out of order", describe(i, e));
-    check(e.next_sibling == invalid || (e.next_sibling > i && e.next_sibling < count),
-          "next sibling out of order", describe(i, e));
+    expect(e.value_mask == 0 || e.value_mask == 9 || e.value_mask == 18, "unknown value mask");
+    expect(e.type_hint <= 2, "unknown type hint");
+    expect(e.tag_bytes != nullptr && e.tag_length > 0, "entry without a name");
+    expect(e.parent == invalid || e.parent < i, "parent not stored before");
+    expect(e.first_child == invalid || (e.first_child > i && e.first_child < count),
+           "first child out of order");
+    expect(e.next_sibling == invalid || (e.next_sibling > i && e.next_sibling < count),
+           "next sibling out of order");
     if (e.first_child != invalid)
-      check(set_[e.first_child].parent == i, "first child names another parent", describe(i, e));
+      expect(set_[e.first_child].parent == i, "first child names another parent");
     if (e.next_sibling != invalid)
-      check(set_[e.next_sibling].parent == e.parent, "sibling of another parent", describe(i, e));
+      expect(set_[e.next_sibling].parent == e.parent, "sibling of another parent");
   }
 }
 
