@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs the libFuzzer targets of a sanitizer build for a while and fails on the
 # first crash, leak, hang or sanitizer report.
-#   fuzz-long.sh [--build DIR] [--seconds N | --runs N] [--jobs J] [target...]
+#   fuzz-long.sh [--build DIR] [--seconds N | --runs N] [--jobs J] [--seed S] [target...]
 # Defaults: build-asan (configured and built if missing), 600 s per target, one
 # job, every target. With --jobs J each target runs J processes in parallel on
 # one shared corpus. The growing corpus lives in DIR/fuzz-work/<target>; the
@@ -13,6 +13,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 build=build-asan
 limit=(-max_total_time=600)
 jobs=1
+seed=()
 targets=()
 while [ $# -gt 0 ]; do
   case $1 in
@@ -20,6 +21,7 @@ while [ $# -gt 0 ]; do
     --seconds) limit=(-max_total_time="$2"); shift 2 ;;
     --runs) limit=(-runs="$2"); shift 2 ;;
     --jobs) jobs=$2; shift 2 ;;
+    --seed) seed=(-seed="$2"); shift 2 ;;
     -*) echo "unknown option $1" >&2; exit 2 ;;
     *) targets+=("$1"); shift ;;
   esac
@@ -44,7 +46,7 @@ for t in "${targets[@]}"; do
   mkdir -p "$work/$t"
   log="$work/$t.log"
   echo "-- fuzz_$t (${limit[*]}, $jobs job(s)); log $log"
-  args=("${limit[@]}" -timeout=10 -rss_limit_mb=4096 -max_len=4096
+  args=("${limit[@]}" ${seed[@]+"${seed[@]}"} -timeout=10 -rss_limit_mb=4096 -max_len=4096
         -artifact_prefix="$work/artifacts/$t-" -print_final_stats=1)
   if [ "$jobs" -gt 1 ]; then
     # -jobs writes one fuzz-N.log per job into the working directory.
