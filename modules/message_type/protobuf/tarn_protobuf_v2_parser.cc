@@ -37,7 +37,7 @@ uint64_t tarn_protobuf_v2_parser::_consumeVarintSlow(const char*& pSrc_, const c
   const auto* p = reinterpret_cast<const unsigned char*>(pSrc_);
   // With ten bytes left a varint of up to ten bytes cannot be cut off, so its
   // bytes are taken without a bound check each. Byte 9 holds bit 63 only; the
-  // shift drops its higher bits, as the checked loop below does.
+  // shift drops its higher bits, as readVarint does.
   if (pEnd_ - pSrc_ >= 10) {
     uint64_t value = 0;
     for (unsigned i = 0; i < 10; ++i) {
@@ -48,26 +48,13 @@ uint64_t tarn_protobuf_v2_parser::_consumeVarintSlow(const char*& pSrc_, const c
         return value;
       }
     }
-    // Longer than ten bytes: only the checked loop knows where it ends.
+    // Longer than ten bytes: only the checked reading knows where it ends.
   }
-  uint64_t value = 0;
-  unsigned shift = 0;
-  const char* q = pSrc_;
-  while (q < pEnd_ && (static_cast<unsigned char>(*q) & 0x80) != 0) {
-    // Past the 64th bit there is nowhere to put a group: it is dropped, and the
-    // shift stops growing so that it is never applied at 64 or more.
-    if (shift < 64) {
-      value |= static_cast<uint64_t>(static_cast<unsigned char>(*q) & 0x7F) << shift;
-      shift += varint_component_bits;
-    }
-    ++q;
-  }
-  if (q == pEnd_) {
-    pSrc_ = q;
+  uint64_t value;
+  if (!readVarint(pSrc_, pEnd_, value)) {
+    pSrc_ = pEnd_;
     return 0;
   }
-  if (shift < 64) value |= static_cast<uint64_t>(static_cast<unsigned char>(*q)) << shift;
-  pSrc_ = q + 1;
   return value;
 }
 

@@ -53,7 +53,7 @@ inline bool varintAs(FieldDescriptor::Type type_, uint64_t v_, int64_t& out_) {
       return true;
     case FieldDescriptor::TYPE_SINT32:
     case FieldDescriptor::TYPE_SINT64:
-      out_ = static_cast<int64_t>((v_ >> 1) ^ (0 - (v_ & 1)));
+      out_ = zigzagDecode(v_);
       return true;
     default:
       return false;

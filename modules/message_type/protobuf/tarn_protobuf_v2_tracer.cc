@@ -22,10 +22,6 @@ bool readFixed(const char*& pSrc_, const char* pEnd_, T& value_) {
   return true;
 }
 
-int64_t zigzagDecode(uint64_t value_) {
-  return static_cast<int64_t>((value_ >> 1) ^ (~(value_ & 1) + 1));
-}
-
 }  // namespace
 
 int tarn_protobuf_message_type::trace(const tarn_trace_buffer* pTraceBuffer_,
@@ -46,25 +42,6 @@ void tarn_protobuf_v2_tracer::trace(const tarn_trace_buffer* pMessage_) {
   _os << ')';
 }
 
-bool tarn_protobuf_v2_tracer::_consumeVarint(const char*& pSrc_, const char* pEnd_,
-                                             uint64_t& value_) {
-  uint64_t value = 0;
-  unsigned shift = 0;
-  for (const char* p = pSrc_; p < pEnd_; ++p) {
-    const auto byte = static_cast<unsigned char>(*p);
-    if (shift < 64) {
-      value |= static_cast<uint64_t>(byte & 0x7F) << shift;
-      shift += varint_component_bits;
-    }
-    if ((byte & 0x80) == 0) {
-      pSrc_ = p + 1;
-      value_ = value;
-      return true;
-    }
-  }
-  return false;
-}
-
 void tarn_protobuf_v2_tracer::_trace(const tarn_trace_buffer* pMessage_,
                                      const Descriptor* pDescriptor_, unsigned depth_) {
   const char* p = pMessage_->data;
@@ -73,7 +50,7 @@ void tarn_protobuf_v2_tracer::_trace(const tarn_trace_buffer* pMessage_,
   bool first = true;
   while (p < pe) {
     uint64_t tag;
-    if (!_consumeVarint(p, pe, tag)) break;
+    if (!readVarint(p, pe, tag)) break;
     // Numbers beyond int cannot be fields; refuse them rather than let the
     // narrowing alias a real one.
     const uint64_t number = tag >> wiretype_bits;
@@ -105,7 +82,7 @@ bool tarn_protobuf_v2_tracer::_traceField(const FieldDescriptor* pField_, uint32
   switch (wireType_) {
     case VARINT: {
       uint64_t value;
-      if (!_consumeVarint(pSrc_, pEnd_, value)) return false;
+      if (!readVarint(pSrc_, pEnd_, value)) return false;
       _key(pField_, first_);
       _os << value;
       return true;
@@ -138,7 +115,7 @@ bool tarn_protobuf_v2_tracer::_traceField(const FieldDescriptor* pField_, uint32
     }
     case LENGTH_DELIMITED: {
       uint64_t declared;
-      if (!_consumeVarint(pSrc_, pEnd_, declared)) return false;
+      if (!readVarint(pSrc_, pEnd_, declared)) return false;
       const auto left = static_cast<size_t>(pEnd_ - pSrc_);
       const size_t length = declared < left ? static_cast<size_t>(declared) : left;
       if (pField_->is_packed()) {
@@ -187,12 +164,12 @@ bool tarn_protobuf_v2_tracer::_tracePackedElement(Type type_, const char*& pSrc_
     case FieldDescriptor::TYPE_UINT64:
     case FieldDescriptor::TYPE_BOOL:
     case FieldDescriptor::TYPE_ENUM:
-      if (!_consumeVarint(pSrc_, pEnd_, varint)) return false;
+      if (!readVarint(pSrc_, pEnd_, varint)) return false;
       _separator(first_) << varint;
       return true;
     case FieldDescriptor::TYPE_SINT32:
     case FieldDescriptor::TYPE_SINT64:
-      if (!_consumeVarint(pSrc_, pEnd_, varint)) return false;
+      if (!readVarint(pSrc_, pEnd_, varint)) return false;
       _separator(first_) << zigzagDecode(varint);
       return true;
     case FieldDescriptor::TYPE_FIXED32:

@@ -44,12 +44,6 @@ class tarn_protobuf_v2_tracer {
   // One packed payload of length_ bytes, brackets included.
   void _tracePacked(Type type_, const char* pSrc_, size_t length_);
 
-  // Reads one base-128 varint that must end before pEnd_. On success advances
-  // pSrc_ past it and returns true; otherwise leaves pSrc_ alone and returns
-  // false. Groups beyond the tenth byte are read but their bits, which lie
-  // above bit 63, are dropped.
-  [[nodiscard]] static bool _consumeVarint(const char*& pSrc_, const char* pEnd_, uint64_t& value_);
-
  private:
   // Renders one field whose tag has been read; false ends the level.
   bool _traceField(const google::protobuf::FieldDescriptor* pField_, uint32_t wireType_,
