@@ -6,7 +6,8 @@
 
 #include "module/tarn_module.h"
 
-// Written only by tarn_module_init, read by everything that logs afterwards.
+// Never null: until tarn_module_init, and after it when the host gave no
+// logger, it names a function that drops the line. Written only at start-up.
 extern tarn_module_logger LOGGER;
 // Recorded for the host's sake; the module's own objects use the process heap.
 extern tarn_module_allocator ALLOCATOR;
@@ -14,6 +15,9 @@ extern tarn_module_allocator ALLOCATOR;
 namespace tarn_protobuf {
 
 const unsigned log_buffer_size = 1024;
+
+// Records the host's logger; a null one sends every later line nowhere.
+void setLogger(tarn_module_logger logger_);
 
 // Formats one %s (or two) into a stack buffer and hands it to LOGGER. A null
 // argument is shown as "(null)" instead of being handed to snprintf.

@@ -4,7 +4,9 @@
 
 #include <cstring>
 #include <memory>
+#include <set>
 #include <sstream>
+#include <utility>
 
 #include "module_log.h"
 
@@ -26,6 +28,16 @@ bool isKey(const char* key_, const char* name_) {
 
 bool isTypeKey(const char* key_) { return std::strncmp(key_, "Type", 4) == 0; }
 
+// Every virtual/disk pair mapped so far. The source tree tries its mappings in
+// the order they were added, so a pair that is already there answers every
+// lookup before a second copy of it could: mapping it again changes no lookup,
+// but would grow the tree on each re-creation of an unchanged context and add
+// failed file system probes to every later import that misses the pool.
+std::set<std::pair<std::string, std::string>>& mappedPaths() {
+  static std::set<std::pair<std::string, std::string>> mapped;
+  return mapped;
+}
+
 }  // namespace
 
 bool tarn_protobuf_message_type::addProtoPath(const std::string& root_, const std::string& path_) {
@@ -38,7 +50,7 @@ bool tarn_protobuf_message_type::addProtoPath(const std::string& root_, const st
     LOGGER(tarn_module_log_level_warning, text.str().c_str());
     return false;
   }
-  _diskTree.MapPath(root_, path_);
+  if (mappedPaths().emplace(root_, path_).second) _diskTree.MapPath(root_, path_);
   return true;
 }
 

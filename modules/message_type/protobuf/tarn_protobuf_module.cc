@@ -15,7 +15,7 @@ const char* const g_protobuf_supported_options = "delta";
 
 TARN_EXPORT int tarn_module_init(tarn_module_options /*options*/, tarn_module_logger logger,
                                  tarn_module_allocator allocator) {
-  LOGGER = logger;
+  tarn_protobuf::setLogger(logger);
   ALLOCATOR = allocator;
   LOGGER(tarn_module_log_level_info, "tarn_protobuf message type module loaded");
   return TARN_SUCCESS;
