@@ -67,8 +67,27 @@ LoadedModule::~LoadedModule() {
   if (_pHandle != nullptr) dlclose(_pHandle);
 }
 
+std::string installedPath(const char* relative_) {
+  Dl_info self;
+  if (dladdr(reinterpret_cast<void*>(&installedPath), &self) == 0 || self.dli_fname == nullptr)
+    return "";
+  std::string path = self.dli_fname;
+  const size_t slash = path.rfind('/');
+  path = (slash == std::string::npos ? std::string(".") : path.substr(0, slash)) + "/" + relative_;
+  // Canonical, so that what is shown is the plain installed path.
+  char* pResolved = ::realpath(path.c_str(), nullptr);
+  if (pResolved == nullptr) return "";
+  path = pResolved;
+  std::free(pResolved);
+  return path;
+}
+
 std::string defaultModulePath() {
   if (const char* env = std::getenv("TARN_MODULE")) return env;
+#ifdef TARN_INSTALLED_MODULE
+  const std::string installed = installedPath(TARN_INSTALLED_MODULE);
+  if (!installed.empty()) return installed;
+#endif
   return TARN_DEFAULT_MODULE_PATH;
 }
 

@@ -44,9 +44,16 @@ class LoadedModule {
   ModuleApi _api;
 };
 
-// The module built next to the host library (a compile-time default that the
-// TARN_MODULE environment variable overrides).
+// The module this host library belongs with: the TARN_MODULE environment
+// variable if set, else the installed module when this library runs from an
+// installation, else the module of the build tree it was built in.
 std::string defaultModulePath();
+
+// An installed file, named by its path relative to the directory this library
+// is installed in; "" when the library runs from a build tree (or the file is
+// missing). Installed programs find their files this way wherever the
+// installation was put.
+std::string installedPath(const char* relative_);
 
 // Options for a context, kept alive as long as the holder.
 class ContextOptions {

@@ -8,6 +8,7 @@ packages=(
   libprotobuf-dev libprotoc-dev protobuf-compiler
   libgtest-dev libgmock-dev libbenchmark-dev libprotozero-dev
   clang libclang-rt-14-dev valgrind
+  dpkg-dev file
 )
 
 missing=()

@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "message_type/tarn_message_type.h"
+#include "message_type/tarn_value_set_storage.h"
 
 namespace tarn {
 
@@ -68,11 +69,6 @@ TARN_SAME_FIELD(_firstChild, first_child);
 TARN_SAME_FIELD(_nextSibling, next_sibling);
 #undef TARN_SAME_FIELD
 
-// The binding layout of the SDK entry on LP64: 76 bytes of fields, padded to 80.
-static_assert(sizeof(tarn_message_value_set_entry) == 80, "entry size is binding");
-static_assert(offsetof(tarn_message_value_set_entry, raw_bytes) == 16, "entry layout");
-static_assert(offsetof(tarn_message_value_set_entry, raw_bytes_length) == 40, "entry layout");
-static_assert(offsetof(tarn_message_value_set_entry, next_sibling) == 72, "entry layout");
 static_assert(sizeof(tarn_xpath_value) == sizeof(tarn_message_value_set_entry),
               "tarn_xpath_value and the SDK entry must have one size");
 

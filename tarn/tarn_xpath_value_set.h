@@ -80,6 +80,38 @@ class tarn_xpath_value_set {
   }
 };
 
+// The storage as the SDK states it for hosts (message_type/tarn_value_set_storage.h):
+// the classes above are the module's view of that one layout.
+#define TARN_SAME_PLACE(cls, field, sdk, sdkField)               \
+  static_assert(offsetof(cls, field) == offsetof(sdk, sdkField), \
+                #cls "::" #field " must sit where the SDK keeps " #sdkField)
+TARN_SAME_PLACE(tarn_xpath_value_set::key_data, _hash, tarn_value_set_key_slot, hash);
+TARN_SAME_PLACE(tarn_xpath_value_set::key_data, _valueIndex, tarn_value_set_key_slot, value_index);
+TARN_SAME_PLACE(tarn_xpath_value_buffer, _pBuffers, tarn_value_set_buffers, buffers);
+TARN_SAME_PLACE(tarn_xpath_value_buffer, _count, tarn_value_set_buffers, count);
+TARN_SAME_PLACE(tarn_xpath_value_buffer, _allocated, tarn_value_set_buffers, allocated);
+#define TARN_SAME_STORAGE(field, sdkField) \
+  TARN_SAME_PLACE(tarn_xpath_value_set::value_set_impl, field, tarn_value_set_storage, sdkField)
+TARN_SAME_STORAGE(_bucketCount, bucket_count);
+TARN_SAME_STORAGE(_bucketMask, bucket_mask);
+TARN_SAME_STORAGE(_keyCount, key_count);
+TARN_SAME_STORAGE(_storeCount, store_count);
+TARN_SAME_STORAGE(_allocCount, alloc_count);
+TARN_SAME_STORAGE(_baseHash, base_hash);
+TARN_SAME_STORAGE(_pKeys, keys);
+TARN_SAME_STORAGE(_pValues, values);
+TARN_SAME_STORAGE(_pUserData, user_data);
+TARN_SAME_STORAGE(_valueBuffer, value_buffer);
+TARN_SAME_STORAGE(_pMemoizeFindSet, memoize_find_set);
+TARN_SAME_PLACE(tarn_xpath_value_set, _pValueSetImpl, tarn_value_set, storage);
+#undef TARN_SAME_STORAGE
+#undef TARN_SAME_PLACE
+static_assert(sizeof(tarn_xpath_value_set::key_data) == sizeof(tarn_value_set_key_slot),
+              "key slot size");
+static_assert(sizeof(tarn_xpath_value_set::value_set_impl) == sizeof(tarn_value_set_storage),
+              "storage size");
+static_assert(sizeof(tarn_xpath_value_set) == sizeof(tarn_value_set), "handle target size");
+
 }  // namespace tarn
 
 #endif

@@ -20,6 +20,10 @@ const char* const example_update = "update.txtpb";
 std::string examplesDir(const Args& args_) {
   if (args_.has("examples")) return args_.get("examples");
   if (const char* env = std::getenv("TARNPB_EXAMPLES")) return env;
+#ifdef TARNPB_INSTALLED_EXAMPLES
+  const std::string installed = tarn_host::installedPath(TARNPB_INSTALLED_EXAMPLES);
+  if (!installed.empty()) return installed;
+#endif
   return TARNPB_EXAMPLES_DIR;
 }
 

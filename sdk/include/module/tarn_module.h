@@ -11,8 +11,8 @@
 extern "C" {
 #endif
 
-static const int TARN_SUCCESS = 0;
-static const int TARN_FAILURE = 255;
+/* Enumerators rather than constants, so that C can use them as case labels. */
+enum { TARN_SUCCESS = 0, TARN_FAILURE = 255 };
 
 /* One configuration entry. An array of them ends at the first null key. */
 typedef struct tarn_module_option {
