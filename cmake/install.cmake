@@ -39,7 +39,7 @@ target_compile_definitions(tarn_host PRIVATE TARN_INSTALLED_MODULE="${TARN_PRIVA
 install(TARGETS tarn_protobuf_message_type LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 foreach(header ${TARN_SDK_C_HEADERS})
   get_filename_component(dir ${header} DIRECTORY)
-  install(FILES ${TARN_SDK_INCLUDE}/${header} DESTINATION ${TARN_INSTALL_INCLUDEDIR}/${dir})
+  install(FILES ${PROJECT_SOURCE_DIR}/sdk/include/${header} DESTINATION ${TARN_INSTALL_INCLUDEDIR}/${dir})
 endforeach()
 foreach(header ${TARN_SDK_CXX_HEADERS})
   get_filename_component(dir ${header} DIRECTORY)

@@ -13,7 +13,7 @@ set(TARN_SDK_CXX_HEADERS
   tarn/tarn_xpath_value_set.h)
 
 if(TARN_BUILD_TESTS)
-  set(_includes "${TARN_SDK_INCLUDE}|${PROJECT_SOURCE_DIR}")
+  set(_includes "${PROJECT_SOURCE_DIR}/sdk/include|${PROJECT_SOURCE_DIR}|${PROJECT_SOURCE_DIR}/modules/message_type")
   foreach(header ${TARN_SDK_C_HEADERS} ${TARN_SDK_CXX_HEADERS})
     list(FIND TARN_SDK_CXX_HEADERS ${header} _cxx_only)
     if(_cxx_only EQUAL -1)
