@@ -16,8 +16,9 @@ namespace tarn_bench {
 
 class ModuleHost {
  public:
-  // Loads and starts the module; false with a one-line reason when it cannot.
-  bool open(std::string& error_);
+  // Loads and starts the module (by default the one built beside the host);
+  // false with a one-line reason when it cannot.
+  bool open(std::string& error_, const std::string& path_ = tarn_host::defaultModulePath());
   ~ModuleHost();
 
   const tarn_host::ModuleApi& api() const { return _module.api(); }

@@ -142,6 +142,7 @@ TARN_HOST_EXPORT uint32_t tarn_message_xpath_update(tarn_message_xpath_value_set
                                                     tarn_message_value_set_entry* entry) {
   auto& impl = implOf(valueSet);
   auto& st = tarn_host::state(impl);
+  if (st.mode == tarn_host::ValueSet::Mode::null) return st.submitted++;
   const auto* pFind = static_cast<const tarn::tarn_xpath_hash_set*>(findSet);
   if (st.pRecord != nullptr) st.pRecord->push_back(*entry);
   if (!tarn_host::wanted(impl, pFind, *entry)) return tarn_message_value_invalid_index;
@@ -158,7 +159,7 @@ TARN_HOST_EXPORT tarn_message_value_set_entry* tarn_message_xpath_get(
     tarn_message_xpath_value_set valueSet, uint32_t index) {
   auto& impl = implOf(valueSet);
   auto& st = tarn_host::state(impl);
-  if (st.mode == tarn_host::ValueSet::Mode::discard)
+  if (st.mode != tarn_host::ValueSet::Mode::store)
     return reinterpret_cast<tarn_message_value_set_entry*>(&st.scratch);
   if (index >= impl._storeCount) return nullptr;
   return reinterpret_cast<tarn_message_value_set_entry*>(impl._pValues + index);
