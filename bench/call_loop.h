@@ -1,12 +1,10 @@
 // The floor the host interface sets: the host calls one parse makes, with no
-// wire work. For every entry the module stored, in the same order, it hashes
-// the field's name from its level's seed (adding the separator for a message,
-// whose members continue from it), submits a record and links it to its
-// previous sibling or, as a first child, to its parent, each link through one
-// fetch of the stored entry. It is built from the records the module itself
-// submitted for the same body, so it makes exactly the module's calls. Runs
-// of entries of one field (packed elements, repeated scalars) are kept as one
-// step with a count, so the loop reads little memory of its own.
+// wire work and no bookkeeping of its own. Per entry the module stores, one
+// path hash, one update and (for every entry but the first) one fetch of the
+// entry stored before it to link the new one; and one separator per message.
+// The counts come from the records the module itself submitted for the same
+// body. The links all go to the previous entry, which is the module's case
+// for every entry but the first of a nested level.
 #ifndef TARN_BENCH_CALL_LOOP_H
 #define TARN_BENCH_CALL_LOOP_H
 
@@ -21,22 +19,14 @@ class CallLoop {
  public:
   explicit CallLoop(const std::vector<tarn_message_value_set_entry>& submitted_);
   // One parse's calls into `set_`; returns the last index the host gave.
-  uint32_t run(tarn_host::ValueSet& set_);
-  size_t entries() const { return _seeds.size(); }
+  uint32_t run(tarn_host::ValueSet& set_) const;
+  uint32_t entries() const { return _entries; }
 
  private:
-  struct Step {
-    const char* name;
-    uint32_t length;
-    uint32_t parent;
-    uint32_t link;   // previous sibling, or the parent for a first child
-    uint32_t count;  // entries in the run; all but the first link to the one before
-    bool message;
-    bool sibling;
-  };
-  std::vector<Step> _steps;
-  std::vector<uint32_t> _first;  // per step: the index of its first entry
-  std::vector<uint32_t> _seeds;  // per entry: the seed of a message's members
+  uint32_t _entries = 0;
+  uint32_t _messages = 0;  // entries that have members
+  const char* _pName = "";
+  uint32_t _nameLength = 0;
 };
 
 }  // namespace tarn_bench
