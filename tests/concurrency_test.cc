@@ -208,6 +208,15 @@ TEST(Concurrency, TrafficOnExistingContextsWhileOtherSchemasAreLoadedAndUnloaded
 
   std::vector<Outcome> expected;
   for (const Job& job : jobs) expected.push_back(perform(job));
+  // The traffic runs on contexts of its own that no call has used yet, so
+  // anything a context prepares on first use is raced for as well.
+  const tarn_message_type_context richTraffic =
+      tarn_test::makeContext(tarn_test::dataDir(), "rich.proto", "tarn.test.Rich");
+  const tarn_message_type_context allTraffic =
+      tarn_test::makeContext(tarn_test::dataDir(), "parser.proto", "tarn.ptest.AllTypes");
+  ASSERT_NE(richTraffic, nullptr);
+  ASSERT_NE(allTraffic, nullptr);
+  for (Job& job : jobs) job.context = job.context == rich ? richTraffic : allTraffic;
 
   // Workers keep going for a second and until the reloader has done enough
   // to overlap them, within a bound. Each compares as it goes and keeps its
@@ -250,6 +259,8 @@ TEST(Concurrency, TrafficOnExistingContextsWhileOtherSchemasAreLoadedAndUnloaded
   stop = true;
   reloading.join();
 
+  api().destroy_context(richTraffic);
+  api().destroy_context(allTraffic);
   EXPECT_EQ(reloader.failures, 0);
   EXPECT_GE(reloader.reloads.load(), minimumReloads);
   for (int t = 0; t < threads; ++t) {
