@@ -64,8 +64,18 @@ int printReport(const Runner& runner_, const std::vector<Comparison>& comparison
                   ratio(count).c_str(), target.c_str(), met.c_str());
     }
   };
+  // By shape in the order they came, then by operation, then as registered.
+  std::vector<int> order;
   for (size_t i = 0; i < all.size(); ++i) {
-    const Contender& c = all[i];
+    bool seen = false;
+    for (int j : order) seen = seen || all[j].shape == all[i].shape;
+    if (seen) continue;
+    for (const char* op : {"parse", "trace", "merge", "serialize"})
+      for (size_t k = i; k < all.size(); ++k)
+        if (all[k].shape == all[i].shape && all[k].op == op) order.push_back(static_cast<int>(k));
+  }
+  for (int index : order) {
+    const Contender& c = all[index];
     if (c.shape != shape) {
       if (!shape.empty()) printComparisons(shape);
       rule();
@@ -73,7 +83,6 @@ int printReport(const Runner& runner_, const std::vector<Comparison>& comparison
       auto note = shapeNotes_.find(shape);
       std::printf("%s: %s\n", shape.c_str(), note == shapeNotes_.end() ? "" : note->second.c_str());
     }
-    const int index = static_cast<int>(i);
     const double ns = runner_.median(index, false);
     const double count = instructions ? runner_.median(index, true) : -1;
     const double allocations = runner_.measured(index).allocations;

@@ -23,17 +23,18 @@ valgrind --tool=callgrind --callgrind-out-file="$out/cg.out" --dump-instr=no --d
 }
 
 # Each dump names its contender: tarn|shape|op|id|label|iterations|units|unit.
-for f in "$out"/cg.out.*; do
+for name in $(cd "$out" && ls cg.out.* | sort -t. -k3 -n); do
+  f=$out/$name
   desc=$(grep -m1 '^desc: Trigger: Client Request: tarn|' "$f" || true)
   [ -n "$desc" ] || continue
   printf '%s|%s\n' "${desc#desc: Trigger: Client Request: }" "$(grep -m1 '^summary:' "$f" | cut -d' ' -f2)"
-done | sort -t'|' -k1,1 -s | awk -F'|' '
+done | awk -F'|' '
   function ratio(a, b) { return (a in perOp && b > 0) ? sprintf("%.2fx", perOp[a] / b) : "-" }
   {
     key = $2 "." $3 "." $4
     if (!($2 in seen)) { seen[$2] = 1; shapes[++n] = $2 }
     perOp[key] = $9 / $6
-    rows[$2] = rows[$2] sprintf("%-9s %-40s %12.0f %12s\n", $3, $5, perOp[key],
+    rows[$2, $3] = rows[$2, $3] sprintf("%-9s %-40s %12.0f %12s\n", $3, $5, perOp[key],
                                 $8 == "op" ? "" : sprintf("%.1f/%s", perOp[key] / $7, $8))
   }
   END {
@@ -42,7 +43,7 @@ done | sort -t'|' -k1,1 -s | awk -F'|' '
       s = shapes[i]
       print "----------------------------------------------------------------------------"
       print s
-      printf "%s", rows[s]
+      printf "%s%s%s%s", rows[s, "parse"], rows[s, "trace"], rows[s, "merge"], rows[s, "serialize"]
       print "  ratios of instruction counts"
       floor = perOp[s ".parse.protozero"] + perOp[s ".parse.calls"]
       printf "  %-58s %s\n", "parse: module, null host / (protozero + host calls)", ratio(s ".parse.null", floor)
