@@ -80,6 +80,17 @@ int main(int argc, char** argv) {
   ModuleHost baselineHost;
   const char* baselinePath = std::getenv("TARN_BASELINE_MODULE");
   const bool withBaseline = baselinePath != nullptr && *baselinePath != '\0';
+  // The loader would hand back the module already loaded, not a second copy.
+  char* pSame = withBaseline ? realpath(baselinePath, nullptr) : nullptr;
+  char* pCurrent = realpath(tarn_host::defaultModulePath().c_str(), nullptr);
+  const bool same = pSame != nullptr && pCurrent != nullptr && std::strcmp(pSame, pCurrent) == 0;
+  std::free(pSame);
+  std::free(pCurrent);
+  if (same) {
+    std::fprintf(stderr, "baseline: %s is the module itself; copy the other build elsewhere\n",
+                 baselinePath);
+    return 1;
+  }
   if (withBaseline && !baselineHost.open(error, baselinePath)) {
     std::fprintf(stderr, "baseline: %s\n", error.c_str());
     return 1;

@@ -180,12 +180,12 @@ bool prepare(ShapeBench& b_, std::string& error_) {
     const std::string baseText(base.out.data(), baseLength);
     const int merged = moduleMerge(m, s);
     const int baseMerged = moduleMerge(base, s);
-    const char* differs =
-        !sameEntries(m.store, base.store) ? "entries"
-        : text != baseText                ? "trace text"
-        : merged != baseMerged || std::memcmp(m.out.data(), base.out.data(), merged) != 0
-            ? "merged bytes"
-            : nullptr;
+    const char* differs = !sameEntries(m.store, base.store) ? "entries"
+                          : text != baseText                ? "trace text"
+                          : merged < 0 || merged != baseMerged ||
+                                  std::memcmp(m.out.data(), base.out.data(), merged) != 0
+                              ? "merged bytes"
+                              : nullptr;
     if (differs != nullptr) {
       error_ = s.name + ": the baseline module's " + differs + " differ from this one's";
       return false;
