@@ -1,5 +1,6 @@
 #include "report.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace tarn_bench {
@@ -32,6 +33,8 @@ int printReport(const Runner& runner_, const std::vector<Comparison>& comparison
                 const std::map<std::string, std::string>& shapeNotes_) {
   const bool instructions = runner_.haveInstructions();
   int checked = 0, missed = 0;
+  double worstApart = 0;  // between the ratios of the even and the odd rounds
+  std::string worst;
   std::printf("%-9s %-40s %11s %12s %10s %9s  %s\n", "op", "contender", "ns/op", "ns/unit",
               "instr/unit", "allocs/op", "");
   const auto& all = runner_.contenders();
@@ -46,6 +49,14 @@ int printReport(const Runner& runner_, const std::vector<Comparison>& comparison
       const double time = runner_.ratio(a, over, false);
       if (time < 0) continue;  // filtered out
       const double count = instructions ? runner_.ratio(a, over, true) : -1;
+      const double even = runner_.ratio(a, over, false, 0), odd = runner_.ratio(a, over, false, 1);
+      if (even > 0 && odd > 0) {
+        const double apart = std::max(even, odd) / std::min(even, odd) - 1;
+        if (apart > worstApart) {
+          worstApart = apart;
+          worst = c.label + " on " + c.shape;
+        }
+      }
       if (!header) {
         std::printf("  %-56s %9s %9s %9s %s\n", "ratios, median of paired rounds", "time", "instr",
                     "target", "met");
@@ -108,6 +119,11 @@ int printReport(const Runner& runner_, const std::vector<Comparison>& comparison
       "the median of those is shown. instr: user-space instructions from the hardware counter%s.\n"
       "Module rows must allocate nothing (allocs/op 0).\n",
       instructions ? "" : " (not available here: scripts/bench-instructions.sh counts them)");
+  if (!worst.empty())
+    std::printf(
+        "The even and the odd rounds, taken apart, give time ratios within %.1f%% of each other\n"
+        "(widest: %s).\n",
+        worstApart * 100, worst.c_str());
   std::printf("targets met: %d of %d\n", checked - missed, checked);
   return missed;
 }

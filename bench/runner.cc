@@ -150,13 +150,14 @@ double Runner::median(int index_, bool instructions_) const {
   return medianOf(instructions_ ? m.instructions : m.ns);
 }
 
-double Runner::ratio(int a_, const std::vector<int>& over_, bool instructions_) const {
+double Runner::ratio(int a_, const std::vector<int>& over_, bool instructions_, int parity_) const {
   if (a_ < 0) return -1;
   for (int b : over_)
     if (b < 0) return -1;
   const std::vector<double>& mine = instructions_ ? _measured[a_].instructions : _measured[a_].ns;
   std::vector<double> ratios;
   for (size_t r = 0; r < mine.size(); ++r) {
+    if (parity_ >= 0 && static_cast<int>(r % 2) != parity_) continue;
     double sum = 0;
     for (int b : over_) {
       const auto& theirs = instructions_ ? _measured[b].instructions : _measured[b].ns;

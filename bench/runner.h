@@ -93,8 +93,10 @@ class Runner {
   bool haveInstructions() const { return _counter.available(); }
 
   // Median over rounds of a's time (or instructions) divided by the sum of
-  // the others' in the same round. Negative when a value is missing.
-  double ratio(int a_, const std::vector<int>& over_, bool instructions_) const;
+  // the others' in the same round. Negative when a value is missing. With
+  // parity_ 0 or 1, over the even or the odd rounds only: two halves of one
+  // run, whose agreement tells how far a second run would land.
+  double ratio(int a_, const std::vector<int>& over_, bool instructions_, int parity_ = -1) const;
   // Median per operation over rounds; negative when missing.
   double median(int index_, bool instructions_) const;
 
