@@ -1,12 +1,13 @@
 // A server under traffic while it reloads its configuration: several threads
 // run full and partial parses, traces (some into buffers too small for them)
-// and delta merges on contexts created beforehand, each thread with its own
-// value sets and buffers, while one more thread keeps creating and destroying
-// contexts of other schemas. Most of those are new files, so the importer
-// parses them and grows the process-wide descriptor pool while the traffic
-// reads descriptors from it. Every result must equal what the same call gives
-// on one thread alone; built with ThreadSanitizer (scripts/test.sh runs it so)
-// the test also shows that no byte is shared without synchronisation.
+// and delta merges, each thread with its own value sets and buffers, while
+// one more thread keeps creating contexts that replace the ones the traffic
+// uses and creating and destroying contexts of other schemas. Most of those
+// are new files, so the importer parses them and grows the process-wide
+// descriptor pool while the traffic reads descriptors from it. Every result
+// must equal what the same call gives on one thread alone; built with
+// ThreadSanitizer (scripts/test.sh runs it so) the test also shows that no
+// byte is shared without synchronisation.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -28,7 +29,8 @@ using tarn_test::api;
 // One unit of traffic: a body of a context, the delta merged over it, where a
 // partial parse looks, and the room its trace gets.
 struct Job {
-  tarn_message_type_context context;
+  tarn_message_type_context context;  // for the one-thread run
+  int type;                           // which live context the traffic uses
   std::string body;
   std::string update;
   const tarn::tarn_xpath_hash_set* pFind;
@@ -70,10 +72,10 @@ void expectSame(const std::vector<tarn_message_value_set_entry>& got_,
     ASSERT_TRUE(sameEntry(got_[n], want_[n])) << what_ << ", entry " << n;
 }
 
-int parseInto(const Job& job_, const std::string& body_, tarn_host::ValueSet& set_,
-              const tarn::tarn_xpath_hash_set* pFind_) {
+int parseInto(tarn_message_type_context context_, const std::string& body_,
+              tarn_host::ValueSet& set_, const tarn::tarn_xpath_hash_set* pFind_) {
   tarn_input_message input = {};
-  input.message_type_context = job_.context;
+  input.message_type_context = context_;
   input.data = body_.data();
   input.byte_count = body_.size();
   return pFind_ == nullptr ? api().parse_message(&input, set_.handle())
@@ -81,20 +83,20 @@ int parseInto(const Job& job_, const std::string& body_, tarn_host::ValueSet& se
 }
 
 // Bodies are used in place (not copied), so raw pointers compare across runs.
-Outcome perform(const Job& job_) {
+Outcome perform(const Job& job_, tarn_message_type_context context_) {
   Outcome o;
   tarn_host::ValueSet full, partial, stored, update;
-  o.parseStatus = parseInto(job_, job_.body, full, nullptr);
+  o.parseStatus = parseInto(context_, job_.body, full, nullptr);
   o.entries = full.entries();
-  o.partialStatus = parseInto(job_, job_.body, partial, job_.pFind);
+  o.partialStatus = parseInto(context_, job_.body, partial, job_.pFind);
   o.partialEntries = partial.entries();
   std::string buffer(job_.traceCapacity, '\0');
   tarn_trace_output_buffer output = {&buffer[0], buffer.size(), 0};
   tarn_trace_buffer input = {job_.body.data(), job_.body.size()};
-  o.traceStatus = api().trace_message(job_.context, &input, &output);
+  o.traceStatus = api().trace_message(context_, &input, &output);
   o.text = buffer.substr(0, output.length);
-  if (parseInto(job_, job_.body, stored, nullptr) == 0 &&
-      parseInto(job_, job_.update, update, nullptr) == 0)
+  if (parseInto(context_, job_.body, stored, nullptr) == 0 &&
+      parseInto(context_, job_.update, update, nullptr) == 0)
     o.merged = tarn_test::runMerge(update, stored, "", &o.mergeReturned);
   return o;
 }
@@ -137,16 +139,35 @@ std::string randomOf(const char* file_, const char* type_, uint64_t seed_) {
   return message->SerializePartialAsString();
 }
 
-// The configuration reloads: a new schema file (and package) each time, now
-// and then a file the pool already holds and a refused type. Each context
-// created parses one body before it is destroyed.
+// The configuration reloads. Every pass replaces the live contexts of the
+// traffic's types with new ones, as a reloaded server would, so that calls on
+// several threads meet on contexts that nothing has used yet; the replaced ones
+// are destroyed once the traffic has stopped. Between those, contexts of other
+// schemas come and go: a new schema file (and package) each time, now and then
+// a file the pool already holds and a refused type; each parses one body
+// before it is destroyed.
 class Reloader {
  public:
+  static const int types = 2;
+  struct Type {
+    const char* file;
+    const char* name;
+  };
+
+  explicit Reloader(const Type (&types_)[types]) : _types(types_) {
+    for (int t = 0; t < types; ++t) publish(t);
+  }
+  ~Reloader() {
+    for (tarn_message_type_context c : _published) api().destroy_context(c);
+  }
+
+  tarn_message_type_context live(int type_) const { return _live[type_].load(); }
+
   void operator()(const std::atomic<bool>& stop_) {
     tarn_test::TempDir dir;
     for (int i = 0; !stop_.load(); ++i) {
+      publish(i % types);
       if (i % 8 == 7) {
-        // An already-imported file, and a type it lacks.
         check(tarn_test::makeContext(tarn_test::dataDir(), "deep.proto", "tarn.deep.Node"),
               wire::Body().msg(1, wire::Body().varint(2, 7)), 2);
         if (tarn_test::makeContext(tarn_test::dataDir(), "trace.proto", "tarn.trace.Nope") !=
@@ -171,6 +192,17 @@ class Reloader {
   int failures = 0;
 
  private:
+  void publish(int type_) {
+    tarn_message_type_context c =
+        tarn_test::makeContext(tarn_test::dataDir(), _types[type_].file, _types[type_].name);
+    if (c == nullptr) {
+      ++failures;
+      return;
+    }
+    _published.push_back(c);
+    _live[type_].store(c);
+  }
+
   void check(tarn_message_type_context context_, const std::string& body_, uint32_t entries_) {
     if (context_ == nullptr) {
       ++failures;
@@ -180,11 +212,17 @@ class Reloader {
     if (tarn_test::parse(context_, body_, set) != 0 || set.size() != entries_) ++failures;
     api().destroy_context(context_);
   }
+
+  const Type (&_types)[types];
+  std::atomic<tarn_message_type_context> _live[types];
+  std::vector<tarn_message_type_context> _published;
 };
 
-TEST(Concurrency, TrafficOnExistingContextsWhileOtherSchemasAreLoadedAndUnloaded) {
-  const tarn_message_type_context rich = tarn_test::rich();
-  const tarn_message_type_context all = tarn_test::context("parser.proto", "tarn.ptest.AllTypes");
+TEST(Concurrency, TrafficWhileContextsAreReplacedAndOtherSchemasComeAndGo) {
+  const Reloader::Type types[Reloader::types] = {{"rich.proto", "tarn.test.Rich"},
+                                                 {"parser.proto", "tarn.ptest.AllTypes"}};
+  const tarn_message_type_context rich = tarn_test::context(types[0].file, types[0].name);
+  const tarn_message_type_context all = tarn_test::context(types[1].file, types[1].name);
   ASSERT_NE(rich, nullptr);
   ASSERT_NE(all, nullptr);
   const tarn::tarn_xpath_hash_set richFind =
@@ -196,27 +234,17 @@ TEST(Concurrency, TrafficOnExistingContextsWhileOtherSchemasAreLoadedAndUnloaded
   std::vector<Job> jobs;
   const auto* pRich = tarn_test::TestSchema::get().type("tarn.test.Rich");
   for (uint64_t seed = 1; seed <= 16; ++seed)
-    jobs.push_back({rich, tarn_test::randomBody(pRich, seed),
+    jobs.push_back({rich, 0, tarn_test::randomBody(pRich, seed),
                     tarn_test::randomBody(pRich, seed + 100), &richFind,
                     seed % 3 == 0 ? 200u : 1u << 16});
   for (uint64_t seed = 1; seed <= 8; ++seed)
-    jobs.push_back({all, randomOf("parser.proto", "tarn.ptest.AllTypes", seed),
-                    randomOf("parser.proto", "tarn.ptest.AllTypes", seed + 100), &allFind,
+    jobs.push_back({all, 1, randomOf(types[1].file, types[1].name, seed),
+                    randomOf(types[1].file, types[1].name, seed + 100), &allFind,
                     seed % 3 == 0 ? 150u : 1u << 16});
-  jobs.push_back({rich, wire::Body().varint(5, 1).varint(99, 2), wire::Body().varint(5, 3),
+  jobs.push_back({rich, 0, wire::Body().varint(5, 1).varint(99, 2), wire::Body().varint(5, 3),
                   &richFind, 1u << 16});
-
   std::vector<Outcome> expected;
-  for (const Job& job : jobs) expected.push_back(perform(job));
-  // The traffic runs on contexts of its own that no call has used yet, so
-  // anything a context prepares on first use is raced for as well.
-  const tarn_message_type_context richTraffic =
-      tarn_test::makeContext(tarn_test::dataDir(), "rich.proto", "tarn.test.Rich");
-  const tarn_message_type_context allTraffic =
-      tarn_test::makeContext(tarn_test::dataDir(), "parser.proto", "tarn.ptest.AllTypes");
-  ASSERT_NE(richTraffic, nullptr);
-  ASSERT_NE(allTraffic, nullptr);
-  for (Job& job : jobs) job.context = job.context == rich ? richTraffic : allTraffic;
+  for (const Job& job : jobs) expected.push_back(perform(job, job.context));
 
   // Workers keep going for a second and until the reloader has done enough
   // to overlap them, within a bound. Each compares as it goes and keeps its
@@ -226,7 +254,7 @@ TEST(Concurrency, TrafficOnExistingContextsWhileOtherSchemasAreLoadedAndUnloaded
   const auto enough = start + std::chrono::seconds(1);
   const auto deadline = start + std::chrono::seconds(20);
   std::atomic<bool> stop{false};
-  Reloader reloader;
+  Reloader reloader(types);
   std::thread reloading([&] { reloader(stop); });
   struct Tally {
     size_t performed = 0, mismatched = 0, firstBadJob = 0;
@@ -234,9 +262,14 @@ TEST(Concurrency, TrafficOnExistingContextsWhileOtherSchemasAreLoadedAndUnloaded
   };
   std::vector<Tally> tallies(threads);
   std::vector<std::thread> workers;
+  std::atomic<int> waiting{threads};
   for (int t = 0; t < threads; ++t) {
     workers.emplace_back([&, t] {
       Tally& tally = tallies[t];
+      // All start together, so their first calls on the first live contexts
+      // meet while the sanitizer still remembers who wrote what first.
+      waiting.fetch_sub(1);
+      while (waiting.load() > 0) std::this_thread::yield();
       for (size_t round = 0;; ++round) {
         const auto now = std::chrono::steady_clock::now();
         if (round >= 2 && now >= enough && reloader.reloads.load() >= minimumReloads) break;
@@ -244,7 +277,7 @@ TEST(Concurrency, TrafficOnExistingContextsWhileOtherSchemasAreLoadedAndUnloaded
         // Each thread walks the jobs in its own order, so different jobs overlap.
         for (size_t k = 0; k < jobs.size(); ++k) {
           const size_t i = (k * (2 * t + 1) + round) % jobs.size();
-          Outcome o = perform(jobs[i]);
+          Outcome o = perform(jobs[i], reloader.live(jobs[i].type));
           ++tally.performed;
           if (o == expected[i]) continue;
           if (tally.mismatched++ == 0) {
@@ -259,8 +292,6 @@ TEST(Concurrency, TrafficOnExistingContextsWhileOtherSchemasAreLoadedAndUnloaded
   stop = true;
   reloading.join();
 
-  api().destroy_context(richTraffic);
-  api().destroy_context(allTraffic);
   EXPECT_EQ(reloader.failures, 0);
   EXPECT_GE(reloader.reloads.load(), minimumReloads);
   for (int t = 0; t < threads; ++t) {
