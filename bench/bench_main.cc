@@ -291,7 +291,7 @@ int main(int argc, char** argv) {
     // message and the serialized one.
     f->out.resize(64 * s.body.size() + 2 * s.update.size() + 4096);
     f->haveValues = host.parse(f->context, s.body, f->listSource) == 0 &&
-                    f->values.build(f->listSource, f->pType);
+                    f->values.build(f->listSource);
     notes[s.name] = note(*f);
     registerShape(registry, *f);
     fixtures.push_back(std::move(f));

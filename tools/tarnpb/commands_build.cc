@@ -3,6 +3,7 @@
 
 #include "commands.h"
 #include "host/merge_bound.h"
+#include "host/value_list.h"
 #include "input.h"
 #include "text_util.h"
 
@@ -89,56 +90,19 @@ int runMergeCommand(const Args& args_) {
   return exit_ok;
 }
 
-// The value list a server builds from a parsed message: every entry with
-// bytes, at its depth (top level 1); message entries open a submessage and
-// bring their tag only. The elements of a packed field share the field's
-// bytes, so only the first of them is listed.
-struct ValueList {
-  std::vector<std::string> paths;
-  std::vector<tarn_message_value> values;
-  size_t documents = 0;
-};
-
-ValueList valueListOf(const Workbench& bench_, const Parsed& parsed_) {
-  ValueList list;
-  const std::vector<EntryLine> lines = describeEntries(parsed_.view(bench_, ""));
-  list.paths.reserve(lines.size());
-  const tarn_host::ValueSet& set = *parsed_.set;
-  for (const auto& l : lines) {
-    const tarn_message_value_set_entry& e = set[l.index];
-    if (e.raw_bytes == nullptr || e.raw_bytes_length == 0 || l.sameBytesAs >= 0) continue;
-    list.paths.push_back(l.path);
-    tarn_message_value v = {};
-    v.path_hash = e.hash;
-    v.depth = static_cast<uint32_t>(l.depth) + 1;
-    v.xpath_value.type_hint =
-        l.kind == "message" ? tarn_message_xpath_value_type_document : e.type_hint;
-    v.xpath_value.value_mask = e.value_mask;
-    v.xpath_value.raw_bytes = e.raw_bytes;
-    v.xpath_value.raw_bytes_length = e.raw_bytes_length;
-    if (l.kind == "message") ++list.documents;
-    list.values.push_back(v);
-  }
-  for (size_t i = 0; i < list.values.size(); ++i) {
-    list.values[i].path = list.paths[i].c_str();
-    list.values[i].path_length = list.paths[i].size();
-  }
-  return list;
-}
-
 int runSerialize(const Args& args_) {
   auto bench = Workbench::open(args_);
   const Parsed parsed = parseOrRefuse(*bench, args_.positional()[0], args_.has("text"), "message");
-  ValueList list = valueListOf(*bench, parsed);
-  tarn_message_value_list valueList = {list.values.size(), list.values.data()};
+  tarn_host::ValueList list;
+  list.build(*parsed.set);
 
   tarn_output_message_data out = {};
   out.body_type = 5;
-  out.value_list = &valueList;
+  out.value_list = list.list();
   const int sizeAnswer = bench->module->api().compute_serialize_size(&out);
   // The size answer counts each value's bytes; a submessage's four-byte length
   // slot can be longer than the prefix it replaces, so room is added for it.
-  const size_t room = static_cast<size_t>(sizeAnswer < 0 ? 0 : sizeAnswer) + 4 * list.documents;
+  const size_t room = static_cast<size_t>(sizeAnswer < 0 ? 0 : sizeAnswer) + 4 * list.documents();
   std::string buffer(room + guard_bytes, guard_fill);
   out.message.data = &buffer[0];
   const int status = bench->module->api().serialize_message(&out);
@@ -157,7 +121,7 @@ int runSerialize(const Args& args_) {
   showParse(pOut, *bench, again, "rebuilt message", args_.has("json"));
   if (!args_.has("json")) {
     std::fprintf(pOut, "%zu values, size answer %d, %zu bytes written; libprotobuf reads %s\n",
-                 list.values.size(), sizeAnswer, buffer.size(),
+                 list.values().size(), sizeAnswer, buffer.size(),
                  bench->schema->sameMessage(bench->pRoot, parsed.body, buffer)
                      ? "the same message as the input"
                      : "a DIFFERENT message from the input");
