@@ -33,6 +33,9 @@ bool ValueList::build(const ValueSet& set_) {
   _documents = 0;
   _list = {0, nullptr};
   if (set_.size() == 0) return false;
+  // At most one value per entry; the pages of what is not used are never
+  // touched.
+  _values.reserve(set_.size());
 
   // One level of the walk: the entry it is at, the message it lists (invalid
   // at the top), its depth and the bytes of the value it listed last.

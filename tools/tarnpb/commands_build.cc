@@ -1,5 +1,6 @@
 // merge and serialize: the two ways the module writes a message.
 #include <cstring>
+#include <memory>
 
 #include "commands.h"
 #include "host/merge_bound.h"
@@ -76,9 +77,14 @@ namespace {
 int runMergeCommand(const Args& args_) {
   auto bench = Workbench::open(args_);
   const bool text = args_.has("text");
-  Parsed stored = parseOrRefuse(*bench, args_.positional()[0], text, "stored message");
-  Parsed update = parseOrRefuse(*bench, args_.positional()[1], text, "update message");
-  const std::string merged = mergeBodies(*bench->module, *update.set, *stored.set);
+  std::string merged;
+  {
+    // Both value sets are dropped before the result is parsed: at most two
+    // are held at once.
+    Parsed stored = parseOrRefuse(*bench, args_.positional()[0], text, "stored message");
+    Parsed update = parseOrRefuse(*bench, args_.positional()[1], text, "update message");
+    merged = mergeBodies(*bench->module, *update.set, *stored.set);
+  }
 
   std::FILE* pOut = deliver(args_, merged, "merged message");
   const Parsed again = parseWith(*bench, merged);
@@ -92,17 +98,17 @@ int runMergeCommand(const Args& args_) {
 
 int runSerialize(const Args& args_) {
   auto bench = Workbench::open(args_);
-  const Parsed parsed = parseOrRefuse(*bench, args_.positional()[0], args_.has("text"), "message");
-  tarn_host::ValueList list;
-  list.build(*parsed.set);
+  Parsed parsed = parseOrRefuse(*bench, args_.positional()[0], args_.has("text"), "message");
+  auto list = std::make_unique<tarn_host::ValueList>();
+  list->build(*parsed.set);
 
   tarn_output_message_data out = {};
   out.body_type = 5;
-  out.value_list = list.list();
+  out.value_list = list->list();
   const int sizeAnswer = bench->module->api().compute_serialize_size(&out);
   // The size answer counts each value's bytes; a submessage's four-byte length
   // slot can be longer than the prefix it replaces, so room is added for it.
-  const size_t room = static_cast<size_t>(sizeAnswer < 0 ? 0 : sizeAnswer) + 4 * list.documents();
+  const size_t room = static_cast<size_t>(sizeAnswer < 0 ? 0 : sizeAnswer) + 4 * list->documents();
   std::string buffer(room + guard_bytes, guard_fill);
   out.message.data = &buffer[0];
   const int status = bench->module->api().serialize_message(&out);
@@ -115,18 +121,27 @@ int runSerialize(const Args& args_) {
                     "the module refused to serialize (status " + std::to_string(status) + ")");
   }
   buffer.resize(out.message.byte_count);
+  buffer.shrink_to_fit();
+  const size_t valueCount = list->values().size();
+  // The rebuilt body no longer needs the list or the entries behind it.
+  list.reset();
+  parsed.set.reset();
 
   std::FILE* pOut = deliver(args_, buffer, "rebuilt message");
-  const Parsed again = parseWith(*bench, buffer);
-  showParse(pOut, *bench, again, "rebuilt message", args_.has("json"));
+  int againStatus;
+  {
+    const Parsed again = parseWith(*bench, buffer);
+    showParse(pOut, *bench, again, "rebuilt message", args_.has("json"));
+    againStatus = again.status;
+  }
   if (!args_.has("json")) {
     std::fprintf(pOut, "%zu values, size answer %d, %zu bytes written; libprotobuf reads %s\n",
-                 list.values().size(), sizeAnswer, buffer.size(),
+                 valueCount, sizeAnswer, buffer.size(),
                  bench->schema->sameMessage(bench->pRoot, parsed.body, buffer)
                      ? "the same message as the input"
                      : "a DIFFERENT message from the input");
   }
-  if (again.status != TARN_SUCCESS)
+  if (againStatus != TARN_SUCCESS)
     throw ToolError(exit_refused, "the module cannot parse its own rebuilt message");
   return exit_ok;
 }
