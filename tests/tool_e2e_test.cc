@@ -81,7 +81,9 @@ TEST(Tool, BadInputsGiveOneClearLineAndTheirStatus) {
        "tarnpb parse: cannot load module /nonexistent/module.so: /nonexistent/module.so: cannot "
        "open shared object file: No such file or directory"},
       {"parse --json " + sample + file(wire::Body().varint(1, 7).varint(9, 1)), 1,
-       "tarnpb parse: the module refused the message (status 255) after storing 1 entry"},
+       "tarnpb parse: the module refused the message (status 255) after storing 1 entry; at byte "
+       "2, #9 (field 9 of tarn.test.Sample): not declared, and above the type's highest field "
+       "number (7): the body looks written with a newer schema"},
       {"decode " + book + quote(examples + "/market_data.proto"), 1,
        "tarnpb decode: " + examples +
            "/market_data.proto is not a valid tarn.example.BookSnapshot in wire format"},

@@ -76,6 +76,10 @@ std::string mergeBodies(const ModuleSession& module_, tarn_host::ValueSet& updat
 void showParse(std::FILE* pOut_, const Workbench& bench_, const Parsed& parsed_,
                const std::string& title_, bool json_);
 
+// What the tool's own walk over body_ finds wrong, for the end of a line that
+// reports the module's refusal: "; at byte 7, ...".
+std::string refusalDetail(const Workbench& bench_, const std::string& body_);
+
 // "parsed 12 messages ..." for --delimited runs.
 // extra_ (e.g. "812 entries") follows the byte count.
 std::string throughputLine(const char* verb_, size_t messages_, size_t refused_, size_t bytes_,

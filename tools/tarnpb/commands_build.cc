@@ -46,7 +46,8 @@ Parsed parseOrRefuse(const Workbench& bench_, const std::string& path_, bool tex
   if (parsed.status != TARN_SUCCESS) {
     showParse(stderr, bench_, parsed, what_, false);
     throw ToolError(exit_refused, "the module refused the " + what_ + " (status " +
-                                      std::to_string(parsed.status) + ")");
+                                      std::to_string(parsed.status) + ")" +
+                                      refusalDetail(bench_, parsed.body));
   }
   return parsed;
 }

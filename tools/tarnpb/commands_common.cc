@@ -1,6 +1,7 @@
 #include <cstdio>
 
 #include "commands.h"
+#include "diagnose.h"
 #include "host/module_loader.h"
 #include "input.h"
 
@@ -75,6 +76,10 @@ void showParse(std::FILE* pOut_, const Workbench& bench_, const Parsed& parsed_,
   } else {
     printTree(pOut_, v);
   }
+}
+
+std::string refusalDetail(const Workbench& bench_, const std::string& body_) {
+  return "; " + diagnose(bench_.pRoot, body_).text();
 }
 
 std::string throughputLine(const char* verb_, size_t messages_, size_t refused_, size_t bytes_,
