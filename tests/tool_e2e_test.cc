@@ -154,6 +154,13 @@ TEST(Tool, MergeAndSerializeWriteTheModulesBytes) {
             wire::hex(readFile(out)));
 }
 
+TEST(Tool, VersionNamesTheBuildsInUse) {
+  const ToolRun run = tarnpb("--version");
+  EXPECT_EQ(0, run.status);
+  EXPECT_EQ("tarnpb 0.1.0\nmodule " + std::string(TARN_MODULE_PATH) + "\nlibprotobuf 3.21.12\n",
+            run.out);
+}
+
 TEST(Tool, DemoRunsTheWholeCycle) {
   const ToolRun run = tarnpb("demo -q");
   EXPECT_EQ(0, run.status) << run.lastError;
