@@ -67,8 +67,11 @@ struct EntryLine {
   uint32_t index = 0;
   int depth = 0;          // 0 for top-level fields
   bool detached = false;  // its parent is not stored, yet it is not a top-level field
-  std::string name;
-  std::string path;  // dotted names from the top; "?." in front when not known
+  const char* pName = nullptr;
+  size_t nameLength = 0;
+  // Dotted names from the top, "?." in front when not known. Built only when
+  // the walker is asked for paths, or for a detached entry.
+  const std::string* pPath = nullptr;
   const char* kind = "";
   const gp::FieldDescriptor* pField = nullptr;  // the tool's field, when its place is known
   bool isDefault = false;  // made from the schema's default: no bytes in the message
@@ -81,8 +84,12 @@ struct EntryLine {
 // stack: an entry's parent is on it, and what lies above the parent is done.
 class EntryWalker {
  public:
-  EntryWalker(const ParseView& view_, bool withFields_)
-      : _view(view_), _set(*view_.pSet), _base(_set.impl()._baseHash), _withFields(withFields_) {}
+  EntryWalker(const ParseView& view_, bool withFields_, bool withPaths_)
+      : _view(view_),
+        _set(*view_.pSet),
+        _base(_set.impl()._baseHash),
+        _withFields(withFields_),
+        _withPaths(withPaths_) {}
 
   uint32_t size() const { return _set.size(); }
   const tarn_message_value_set_entry& entry(uint32_t index_) const { return _set[index_]; }
@@ -103,12 +110,14 @@ class EntryWalker {
     line.index = index_;
     line.depth = frame.depth;
     line.detached = frame.detached;
-    line.name.assign(e.tag_bytes ? e.tag_bytes : "?", e.tag_bytes ? e.tag_length : 1);
+    line.pName = e.tag_bytes ? e.tag_bytes : "?";
+    line.nameLength = e.tag_bytes ? e.tag_length : 1;
     if (frame.known) {
-      line.path = frame.path;
+      line.pPath = &frame.path;
     } else {
-      line.path = "?.";
-      line.path += line.name;
+      _unknownPath = "?.";
+      _unknownPath.append(line.pName, line.nameLength);
+      line.pPath = &_unknownPath;
     }
     line.kind = kindOf(e);
     line.pField = frame.pField;
@@ -149,13 +158,15 @@ class EntryWalker {
                            (e.value_mask & tarn_message_xpath_value_mask_long ||
                             (e.value_mask == 0 && e.string_rep == nullptr));
     if (frame.known) {
-      if (pParent) {
-        frame.path = pParent->path;
-        frame.path += '.';
-      } else {
-        frame.path.clear();
+      if (_withPaths) {
+        if (pParent) {
+          frame.path = pParent->path;
+          frame.path += '.';
+        } else {
+          frame.path.clear();
+        }
+        frame.path.append(e.tag_bytes, e.tag_length);
       }
-      frame.path.append(e.tag_bytes, e.tag_length);
       if (wantField) {
         const gp::Descriptor* pType =
             pParent ? (pParent->pField ? pParent->pField->message_type() : nullptr) : _view.pRoot;
@@ -202,10 +213,12 @@ class EntryWalker {
   const tarn_host::ValueSet& _set;
   const uint32_t _base;
   const bool _withFields;
+  const bool _withPaths;
   std::vector<Frame> _frames;
   size_t _open = 0;
   int64_t _previousSame = -1;
   EntryLine _line;
+  std::string _unknownPath;
   std::string _name;
   const char* _lastTag = nullptr;
   const gp::Descriptor* _pLastType = nullptr;
@@ -265,11 +278,11 @@ void printTree(std::FILE* pOut_, const ParseView& view_) {
   size_t fieldWidth = 5;
   bool anyRequired = false;
   {
-    EntryWalker widths(view_, false);
+    EntryWalker widths(view_, false, false);
     for (uint32_t i = 0; i < set.size() && fieldWidth < tree_max_field_width; ++i) {
       const EntryLine& l = widths.describe(i);
       const size_t width = 2 * static_cast<size_t>(l.depth) +
-                           (l.detached ? l.path : l.name).size() + (l.required ? 1 : 0);
+                           (l.detached ? l.pPath->size() : l.nameLength) + (l.required ? 1 : 0);
       if (width > fieldWidth) fieldWidth = width;
     }
     for (uint32_t i = 0; i < set.size() && !anyRequired; ++i)
@@ -282,43 +295,45 @@ void printTree(std::FILE* pOut_, const ParseView& view_) {
   out += "  kind     ";
   appendFitted(out, "value", 5, tree_value_width);
   out += "  raw bytes\n";
-  EntryWalker walker(view_, true);
-  std::string field, value;
+  EntryWalker walker(view_, true, false);
   for (uint32_t i = 0; i < set.size(); ++i) {
     const EntryLine& l = walker.describe(i);
     const tarn_message_value_set_entry& e = set[i];
-    // An entry kept without its enclosing message is named by its whole path.
-    field.assign(2 * static_cast<size_t>(l.depth), ' ');
-    field += l.detached ? l.path : l.name;
-    if (l.required) field += '*';
-    value.clear();
-    if (l.kind[0] == 'i') {
-      appendDecimal(value, static_cast<int64_t>(e.l));
-      if (const std::string* pName = enumNameOf(l, e.l)) {
-        value += " (";
-        value += *pName;
-        value += ')';
-      }
-    } else if (l.kind[0] == 'd') {
-      appendDouble(value, e.d);
-    } else if (l.kind[0] == 's') {
-      appendQuoted(value, e.string_rep, e.string_rep_length, tree_string_bytes);
-    } else {
-      const uint32_t count = childCount(walker, i);
-      appendDecimal(value, count);
-      value += count == 1 ? " child" : " children";
-    }
-    const size_t start = out.size();
-    appendDecimal(out, i);
-    if (out.size() - start < 5) out.insert(start, 5 - (out.size() - start), ' ');
+    appendDecimal(out, i, 5);
     out += "  ";
     appendHash(out, e.hash);
     out += "  ";
-    appendFitted(out, field, fieldWidth);
+    // An entry kept without its enclosing message is named by its whole path.
+    size_t start = out.size();
+    out.append(2 * static_cast<size_t>(l.depth), ' ');
+    if (l.detached) {
+      out += *l.pPath;
+    } else {
+      out.append(l.pName, l.nameLength);
+    }
+    if (l.required) out += '*';
+    fitFrom(out, start, fieldWidth);
     out += "  ";
     appendFitted(out, l.kind, std::char_traits<char>::length(l.kind), 7);
     out += "  ";
-    appendFitted(out, value, tree_value_width);
+    start = out.size();
+    if (l.kind[0] == 'i') {
+      appendDecimal(out, static_cast<int64_t>(e.l));
+      if (const std::string* pName = enumNameOf(l, e.l)) {
+        out += " (";
+        out += *pName;
+        out += ')';
+      }
+    } else if (l.kind[0] == 'd') {
+      appendDouble(out, e.d);
+    } else if (l.kind[0] == 's') {
+      appendQuoted(out, e.string_rep, e.string_rep_length, tree_string_bytes);
+    } else {
+      const uint32_t count = childCount(walker, i);
+      appendDecimal(out, count);
+      out += count == 1 ? " child" : " children";
+    }
+    fitFrom(out, start, tree_value_width);
     out += "  ";
     if (l.isDefault) {
       out += "-- schema default";
@@ -346,16 +361,16 @@ void printJson(std::FILE* pOut_, const ParseView& view_) {
   out += ",\"status\":";
   appendDecimal(out, static_cast<int64_t>(view_.status));
   out += view_.partial ? ",\"partial\":true,\"entries\":[" : ",\"partial\":false,\"entries\":[";
-  EntryWalker walker(view_, true);
+  EntryWalker walker(view_, true, true);
   for (uint32_t i = 0; i < set.size(); ++i) {
     const EntryLine& l = walker.describe(i);
     const tarn_message_value_set_entry& e = set[i];
     out += i ? ",\n {\"index\":" : "\n {\"index\":";
     appendDecimal(out, i);
     out += ",\"name\":";
-    appendJsonString(out, l.name);
+    appendJsonString(out, l.pName, l.nameLength);
     out += ",\"path\":";
-    appendJsonString(out, l.path);
+    appendJsonString(out, *l.pPath);
     out += ",\"hash\":";
     appendDecimal(out, e.hash);
     out += ",\"depth\":";

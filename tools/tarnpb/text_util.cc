@@ -28,9 +28,21 @@ void appendInteger(std::string& out_, T value_) {
 
 void appendHex(std::string& out_, const char* pData_, size_t length_, size_t maxBytes_) {
   const size_t shown = maxBytes_ != 0 && length_ > maxBytes_ ? maxBytes_ : length_;
-  for (size_t i = 0; i < shown; ++i) {
-    if (i) out_ += ' ';
-    appendByteHex(out_, static_cast<unsigned char>(pData_[i]));
+  // In pieces of a local buffer: one append per piece, not three per byte.
+  char text[3 * 64];
+  for (size_t done = 0; done < shown;) {
+    const size_t count = shown - done < 64 ? shown - done : 64;
+    char* p = text;
+    for (size_t i = 0; i < count; ++i) {
+      const auto c = static_cast<unsigned char>(pData_[done + i]);
+      *p++ = ' ';
+      *p++ = hex_digits[c >> 4];
+      *p++ = hex_digits[c & 15];
+    }
+    // No blank before the first byte.
+    const size_t skip = done == 0 ? 1 : 0;
+    out_.append(text + skip, static_cast<size_t>(p - text) - skip);
+    done += count;
   }
   if (shown < length_) {
     out_ += " ... (";
@@ -46,7 +58,17 @@ std::string hexBytes(const char* pData_, size_t length_, size_t maxBytes_) {
 }
 
 void appendHexCompact(std::string& out_, const char* pData_, size_t length_) {
-  for (size_t i = 0; i < length_; ++i) appendByteHex(out_, static_cast<unsigned char>(pData_[i]));
+  char text[2 * 64];
+  for (size_t done = 0; done < length_;) {
+    const size_t count = length_ - done < 64 ? length_ - done : 64;
+    for (size_t i = 0; i < count; ++i) {
+      const auto c = static_cast<unsigned char>(pData_[done + i]);
+      text[2 * i] = hex_digits[c >> 4];
+      text[2 * i + 1] = hex_digits[c & 15];
+    }
+    out_.append(text, 2 * count);
+    done += count;
+  }
 }
 
 void appendQuoted(std::string& out_, const char* pData_, size_t length_, size_t maxBytes_) {
@@ -119,6 +141,14 @@ void appendJsonString(std::string& out_, const char* pData_, size_t length_) {
 void appendDecimal(std::string& out_, int64_t value_) { appendInteger(out_, value_); }
 void appendDecimal(std::string& out_, uint64_t value_) { appendInteger(out_, value_); }
 
+void appendDecimal(std::string& out_, uint32_t value_, size_t width_) {
+  char text[16];
+  const auto result = std::to_chars(text, text + sizeof text, value_);
+  const size_t length = static_cast<size_t>(result.ptr - text);
+  if (length < width_) out_.append(width_ - length, ' ');
+  out_.append(text, length);
+}
+
 void appendDouble(std::string& out_, double value_) {
   char text[64];
   for (int precision = 6; precision <= 17; ++precision) {
@@ -129,20 +159,27 @@ void appendDouble(std::string& out_, double value_) {
 }
 
 void appendHash(std::string& out_, uint32_t hash_) {
-  out_ += "0x";
-  for (int shift = 28; shift >= 0; shift -= 4) out_ += hex_digits[(hash_ >> shift) & 15];
+  char text[10] = {'0', 'x'};
+  for (int i = 0; i < 8; ++i) text[2 + i] = hex_digits[(hash_ >> (28 - 4 * i)) & 15];
+  out_.append(text, sizeof text);
+}
+
+void fitFrom(std::string& out_, size_t start_, size_t width_) {
+  const size_t length = out_.size() - start_;
+  if (length <= width_) {
+    out_.append(width_ - length, ' ');
+  } else if (width_ <= 3) {
+    out_.resize(start_ + width_);
+  } else {
+    out_.resize(start_ + width_ - 3);
+    out_ += "...";
+  }
 }
 
 void appendFitted(std::string& out_, const char* pText_, size_t length_, size_t width_) {
-  if (length_ <= width_) {
-    out_.append(pText_, length_);
-    out_.append(width_ - length_, ' ');
-  } else if (width_ <= 3) {
-    out_.append(pText_, width_);
-  } else {
-    out_.append(pText_, width_ - 3);
-    out_ += "...";
-  }
+  const size_t start = out_.size();
+  out_.append(pText_, length_);
+  fitFrom(out_, start, width_);
 }
 
 }  // namespace tarnpb

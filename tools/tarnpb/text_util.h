@@ -35,16 +35,18 @@ inline void appendJsonString(std::string& out_, const std::string& text_) {
 
 void appendDecimal(std::string& out_, int64_t value_);
 void appendDecimal(std::string& out_, uint64_t value_);
-inline void appendDecimal(std::string& out_, uint32_t value_) {
-  appendDecimal(out_, static_cast<uint64_t>(value_));
-}
+// Right-aligned in width_ columns.
+void appendDecimal(std::string& out_, uint32_t value_, size_t width_ = 0);
 // The shortest "%g" form that reads back as the same double.
 void appendDouble(std::string& out_, double value_);
 
 // "0x1d5b3c2a"
 void appendHash(std::string& out_, uint32_t hash_);
 
-// Pads (or cuts, ending in "...") to exactly width_ characters.
+// Pads (or cuts, ending in "...") what out_ holds from start_ on to exactly
+// width_ characters.
+void fitFrom(std::string& out_, size_t start_, size_t width_);
+// Appends the text fitted to width_ as fitFrom does.
 void appendFitted(std::string& out_, const char* pText_, size_t length_, size_t width_);
 inline void appendFitted(std::string& out_, const std::string& text_, size_t width_) {
   appendFitted(out_, text_.data(), text_.size(), width_);
