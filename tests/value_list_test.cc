@@ -106,6 +106,30 @@ TEST(ValueList, RealWorldShapesListAndRebuildExactly) {
   }
 }
 
+// An empty message at every depth the module parses, each level closed by a
+// field after it: libprotobuf reads every rebuild as its input.
+TEST(ValueList, EmptyMessageAtEveryDepthRebuildsTheMessage) {
+  const auto& schema = tarn_test::TestSchema::get(node.file);
+  const auto* pType = schema.type(node.type);
+  for (int depth = 1; depth <= 100; ++depth) {
+    SCOPED_TRACE(depth);
+    std::string body;
+    for (int level = depth; level >= 1; --level)
+      body = wire::Body().msg(1, wire::Body().raw(body)).varint(2, level);
+    tarn_host::ValueSet set;
+    ASSERT_EQ(TARN_SUCCESS, tarn_test::parse(tarn_test::context(node.file, node.type), body, set));
+    tarn_host::ValueList list;
+    ASSERT_TRUE(list.build(set));
+    // A document per level above the empty one, and a value for every field.
+    EXPECT_EQ(static_cast<size_t>(depth - 1), list.documents());
+    EXPECT_EQ(static_cast<size_t>(2 * depth), list.values().size());
+    auto again = schema.read(pType, serialize(list));
+    ASSERT_NE(nullptr, again);
+    EXPECT_EQ(schema.read(pType, body)->SerializePartialAsString(),
+              again->SerializePartialAsString());
+  }
+}
+
 TEST(ValueList, LongPackedFieldIsOneValue) {
   std::string elements;
   for (int i = 0; i < 100000; ++i) elements += wire::varintBytes(wire::zigzag(i - 50000));
