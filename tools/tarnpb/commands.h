@@ -63,8 +63,11 @@ struct Parsed {
   ParseView view(const Workbench& bench_, const std::string& title_) const;
 };
 
+// set_, when given, is cleared and filled again: its storage is already
+// allocated and touched, which a large message makes worth keeping.
 Parsed parseWith(const Workbench& bench_, std::string body_,
-                 const tarn::tarn_xpath_hash_set* pFind_ = nullptr);
+                 const tarn::tarn_xpath_hash_set* pFind_ = nullptr,
+                 std::unique_ptr<tarn_host::ValueSet> set_ = nullptr);
 
 // The module's delta-publish merge of two parsed messages, into an output
 // segment the host sized for it. update_ is empty afterwards. Throws ToolError

@@ -93,16 +93,18 @@ int runMergeCommand(const Args& args_) {
   auto bench = Workbench::open(args_);
   const bool text = args_.has("text");
   std::string merged;
+  std::unique_ptr<tarn_host::ValueSet> reused;
   {
-    // Both value sets are dropped before the result is parsed: at most two
-    // are held at once.
+    // The update's value set is dropped and the stored one's storage parses
+    // the result: at most two are held at once.
     Parsed stored = parseOrRefuse(*bench, args_.positional()[0], text, "stored message");
     Parsed update = parseOrRefuse(*bench, args_.positional()[1], text, "update message");
     merged = mergeBodies(*bench->module, *update.set, *stored.set);
+    reused = std::move(stored.set);
   }
 
   std::FILE* pOut = deliver(args_, merged, "merged message");
-  const Parsed again = parseWith(*bench, merged);
+  const Parsed again = parseWith(*bench, merged, nullptr, std::move(reused));
   showParse(pOut, *bench, again, "merged message", args_.has("json"));
   if (args_.has("trace"))
     std::fprintf(pOut, "%s\n", escapeBinary(bench->module->trace(merged)).c_str());
@@ -138,9 +140,9 @@ int runSerialize(const Args& args_) {
   }
   const std::string buffer = room.take(out.message.byte_count);
   const size_t valueCount = list->values().size();
-  // The rebuilt body no longer needs the list or the entries behind it.
+  // The rebuilt body no longer needs the list or the entries behind it; the
+  // value set's storage parses the rebuild.
   list.reset();
-  parsed.set.reset();
 
   std::FILE* pOut = deliver(args_, buffer, "rebuilt message");
   // libprotobuf's reading of both bodies needs nothing of the module's: it
@@ -153,7 +155,7 @@ int runSerialize(const Args& args_) {
   }
   int againStatus;
   {
-    const Parsed again = parseWith(*bench, buffer);
+    const Parsed again = parseWith(*bench, buffer, nullptr, std::move(parsed.set));
     showParse(pOut, *bench, again, "rebuilt message", args_.has("json"));
     againStatus = again.status;
   }
@@ -199,9 +201,11 @@ Command mergeCommand() {
 Command serializeCommand() {
   return {{"serialize", "[options] MESSAGE",
            "Rebuild a message from the value list of its parse, as a server does.",
-           "Every entry with bytes becomes one value at its depth; message entries open a\n"
-           "submessage, whose length the module writes as a four-byte varint. The result\n"
-           "is shown parsed, with whether libprotobuf reads it as the input message.",
+           "Every entry with bytes becomes one value at its depth, a packed field once. A\n"
+           "message with a member that carries bytes opens a submessage, whose length the\n"
+           "module writes as a four-byte varint; an empty one, or one of defaults only,\n"
+           "goes whole as a plain value. The result is shown parsed, with whether\n"
+           "libprotobuf reads it as the input message.",
            buildOptions(), 1, 1},
           runSerialize};
 }

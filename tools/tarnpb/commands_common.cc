@@ -59,10 +59,16 @@ ParseView Parsed::view(const Workbench& bench_, const std::string& title_) const
 }
 
 Parsed parseWith(const Workbench& bench_, std::string body_,
-                 const tarn::tarn_xpath_hash_set* pFind_) {
+                 const tarn::tarn_xpath_hash_set* pFind_,
+                 std::unique_ptr<tarn_host::ValueSet> set_) {
   Parsed parsed;
   parsed.body = std::move(body_);
-  parsed.set.reset(new tarn_host::ValueSet());
+  if (set_) {
+    set_->clear();
+    parsed.set = std::move(set_);
+  } else {
+    parsed.set.reset(new tarn_host::ValueSet());
+  }
   parsed.partial = pFind_ != nullptr;
   parsed.status = bench_.module->parse(parsed.body, *parsed.set, pFind_);
   return parsed;

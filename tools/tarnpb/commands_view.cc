@@ -180,7 +180,9 @@ Command parseCommand() {
            "entry: its index, path hash, field name (indented below its message), the\n"
            "module's value kind and value, and the field's bytes in the message.\n"
            "Entries made from schema defaults have no bytes; the elements of a packed\n"
-           "field share the bytes of the whole field.",
+           "field share the bytes of the whole field, so every element after the first\n"
+           "names the first instead (\"raw_as\" in JSON). A refused message is shown as far\n"
+           "as the module stored it, and the tool's own walk says where and why.",
            options, 1, 1},
           runParse};
 }

@@ -1,5 +1,7 @@
 #include "printers.h"
 
+#include <charconv>
+#include <cstring>
 #include <vector>
 
 #include "schema.h"
@@ -152,7 +154,7 @@ class EntryWalker {
     frame.index = index_;
     frame.depth = pParent ? pParent->depth + 1 : 0;
     frame.pField = nullptr;
-    frame.known = expectedHash(_set, e, _base) == e.hash && (!pParent || pParent->known);
+    frame.known = _expectedHash(e) == e.hash && (!pParent || pParent->known);
     frame.detached = !frame.known;
     const bool wantField = _withFields && _view.pRoot != nullptr &&
                            (e.value_mask & tarn_message_xpath_value_mask_long ||
@@ -181,6 +183,19 @@ class EntryWalker {
       }
     }
     return frame;
+  }
+
+  // The hash is the same for every entry of one field under one parent, and
+  // those come in runs (repeated fields, packed elements): the last is kept.
+  uint32_t _expectedHash(const tarn_message_value_set_entry& entry_) {
+    if (entry_.parent != _hashParent || entry_.tag_bytes != _pHashTag ||
+        entry_.tag_length != _hashTagLength) {
+      _hashParent = entry_.parent;
+      _pHashTag = entry_.tag_bytes;
+      _hashTagLength = entry_.tag_length;
+      _hash = expectedHash(_set, entry_, _base);
+    }
+    return _hash;
   }
 
   // Rebuilds the stack for a parent that is not on it: only a set whose
@@ -220,6 +235,10 @@ class EntryWalker {
   EntryLine _line;
   std::string _unknownPath;
   std::string _name;
+  uint32_t _hashParent = 0;
+  const char* _pHashTag = nullptr;
+  uint32_t _hashTagLength = 0;
+  uint32_t _hash = 0;
   const char* _lastTag = nullptr;
   const gp::Descriptor* _pLastType = nullptr;
   const gp::FieldDescriptor* _pLastField = nullptr;
@@ -245,6 +264,83 @@ uint32_t childCount(const EntryWalker& walker_, uint32_t index_) {
   }
   return count;
 }
+
+// Writes one tree line through a pointer into room reserved at the end of the
+// text, instead of one string append per piece. Every piece is bounded: text
+// that is fitted to a column is copied only as far as the column and one
+// character beyond, which is enough to know that it must be cut.
+class LineWriter {
+ public:
+  explicit LineWriter(std::string& out_) : _out(out_), _at(out_.size()) {
+    _out.resize(_at + line_room);
+    _p = &_out[_at];
+  }
+  void done() { _out.resize(static_cast<size_t>(_p - _out.data())); }
+
+  char* mark() const { return _p; }
+  void put(char c_) { *_p++ = c_; }
+  void put(const char* pText_, size_t length_) {
+    std::memcpy(_p, pText_, length_);
+    _p += length_;
+  }
+  void bounded(const char* pText_, size_t length_, size_t limit_) {
+    put(pText_, length_ < limit_ ? length_ : limit_);
+  }
+  void spaces(size_t count_) {
+    std::memset(_p, ' ', count_);
+    _p += count_;
+  }
+  // What was written since pStart_, padded or cut ("...") to width_.
+  void fit(char* pStart_, size_t width_) {
+    const size_t length = static_cast<size_t>(_p - pStart_);
+    if (length <= width_) {
+      spaces(width_ - length);
+    } else if (width_ <= 3) {
+      _p = pStart_ + width_;
+    } else {
+      _p = pStart_ + width_ - 3;
+      put("...", 3);
+    }
+  }
+  template <typename T>
+  void decimal(T value_, size_t width_ = 0) {
+    char text[24];
+    const auto result = std::to_chars(text, text + sizeof text, value_);
+    const size_t length = static_cast<size_t>(result.ptr - text);
+    if (length < width_) spaces(width_ - length);
+    put(text, length);
+  }
+  void hash(uint32_t hash_) {
+    put("0x", 2);
+    for (int shift = 28; shift >= 0; shift -= 4) put(hex_digits[(hash_ >> shift) & 15]);
+  }
+  // "08 96 01", the bytes past maxBytes_ summarised as " ... (N bytes)".
+  void hex(const char* pData_, size_t length_, size_t maxBytes_) {
+    const size_t shown = length_ > maxBytes_ ? maxBytes_ : length_;
+    for (size_t i = 0; i < shown; ++i) {
+      const auto c = static_cast<unsigned char>(pData_[i]);
+      if (i) put(' ');
+      put(hex_digits[c >> 4]);
+      put(hex_digits[c & 15]);
+    }
+    if (shown < length_) {
+      put(" ... (", 6);
+      decimal(length_);
+      put(" bytes)", 7);
+    }
+  }
+
+ private:
+  // The longest line: index, hash, a field column of at most 41 characters,
+  // kind, a value of at most 52 before it is fitted, raw bytes with their
+  // summary, with room to spare.
+  static constexpr size_t line_room = 320;
+  static constexpr const char* hex_digits = "0123456789abcdef";
+
+  std::string& _out;
+  size_t _at;
+  char* _p;
+};
 
 void appendIndex(std::string& out_, uint32_t index_) {
   if (index_ == invalid) {
@@ -296,55 +392,70 @@ void printTree(std::FILE* pOut_, const ParseView& view_) {
   appendFitted(out, "value", 5, tree_value_width);
   out += "  raw bytes\n";
   EntryWalker walker(view_, true, false);
+  std::string scratch;
   for (uint32_t i = 0; i < set.size(); ++i) {
     const EntryLine& l = walker.describe(i);
     const tarn_message_value_set_entry& e = set[i];
-    appendDecimal(out, i, 5);
-    out += "  ";
-    appendHash(out, e.hash);
-    out += "  ";
+    LineWriter line(out);
+    line.decimal(i, 5);
+    line.put("  ", 2);
+    line.hash(e.hash);
+    line.put("  ", 2);
     // An entry kept without its enclosing message is named by its whole path.
-    size_t start = out.size();
-    out.append(2 * static_cast<size_t>(l.depth), ' ');
+    char* pStart = line.mark();
+    const size_t keep = fieldWidth + 1;  // enough to know that it is cut
+    size_t indent = 2 * static_cast<size_t>(l.depth);
+    line.spaces(indent < keep ? indent : keep);
+    const size_t room = indent < keep ? keep - indent : 0;
     if (l.detached) {
-      out += *l.pPath;
+      line.bounded(l.pPath->data(), l.pPath->size(), room);
     } else {
-      out.append(l.pName, l.nameLength);
+      line.bounded(l.pName, l.nameLength, room);
     }
-    if (l.required) out += '*';
-    fitFrom(out, start, fieldWidth);
-    out += "  ";
-    appendFitted(out, l.kind, std::char_traits<char>::length(l.kind), 7);
-    out += "  ";
-    start = out.size();
+    if (l.required) line.put('*');
+    line.fit(pStart, fieldWidth);
+    line.put("  ", 2);
+    line.put(l.kind, std::char_traits<char>::length(l.kind));
+    line.fit(line.mark() - std::char_traits<char>::length(l.kind), 7);
+    line.put("  ", 2);
+    pStart = line.mark();
     if (l.kind[0] == 'i') {
-      appendDecimal(out, static_cast<int64_t>(e.l));
+      line.decimal(static_cast<int64_t>(e.l));
       if (const std::string* pName = enumNameOf(l, e.l)) {
-        out += " (";
-        out += *pName;
-        out += ')';
+        line.put(" (", 2);
+        line.bounded(pName->data(), pName->size(), tree_value_width + 1);
+        line.put(')');
       }
-    } else if (l.kind[0] == 'd') {
-      appendDouble(out, e.d);
-    } else if (l.kind[0] == 's') {
-      appendQuoted(out, e.string_rep, e.string_rep_length, tree_string_bytes);
+    } else if (l.kind[0] == 'd' || l.kind[0] == 's') {
+      scratch.clear();
+      if (l.kind[0] == 'd') {
+        appendDouble(scratch, e.d);
+      } else {
+        appendQuoted(scratch, e.string_rep, e.string_rep_length, tree_string_bytes);
+      }
+      line.bounded(scratch.data(), scratch.size(), tree_value_width + 1);
     } else {
       const uint32_t count = childCount(walker, i);
-      appendDecimal(out, count);
-      out += count == 1 ? " child" : " children";
+      line.decimal(count);
+      if (count == 1) {
+        line.put(" child", 6);
+      } else {
+        line.put(" children", 9);
+      }
     }
-    fitFrom(out, start, tree_value_width);
-    out += "  ";
+    line.fit(pStart, tree_value_width);
+    line.put("  ", 2);
     if (l.isDefault) {
-      out += "-- schema default";
+      line.put("-- schema default", 17);
     } else if (l.sameBytesAs >= 0) {
-      out += "= #";
-      appendDecimal(out, l.sameBytesAs);
-      out += " (packed)";
+      line.put("= #", 3);
+      line.decimal(l.sameBytesAs);
+      line.put(" (packed)", 9);
     } else {
-      appendHex(out, e.raw_bytes, e.raw_bytes_length, tree_raw_bytes);
+      line.hex(e.raw_bytes, e.raw_bytes_length, tree_raw_bytes);
     }
-    out += '\n';
+    line.put('\n');
+    line.done();
     sink.lineDone();
   }
   if (anyRequired) out += "(* required field)\n";
