@@ -1,9 +1,8 @@
 #include "printers.h"
 
-#include <charconv>
-#include <cstring>
 #include <vector>
 
+#include "line_writer.h"
 #include "schema.h"
 #include "text_util.h"
 
@@ -264,83 +263,6 @@ uint32_t childCount(const EntryWalker& walker_, uint32_t index_) {
   }
   return count;
 }
-
-// Writes one tree line through a pointer into room reserved at the end of the
-// text, instead of one string append per piece. Every piece is bounded: text
-// that is fitted to a column is copied only as far as the column and one
-// character beyond, which is enough to know that it must be cut.
-class LineWriter {
- public:
-  explicit LineWriter(std::string& out_) : _out(out_), _at(out_.size()) {
-    _out.resize(_at + line_room);
-    _p = &_out[_at];
-  }
-  void done() { _out.resize(static_cast<size_t>(_p - _out.data())); }
-
-  char* mark() const { return _p; }
-  void put(char c_) { *_p++ = c_; }
-  void put(const char* pText_, size_t length_) {
-    std::memcpy(_p, pText_, length_);
-    _p += length_;
-  }
-  void bounded(const char* pText_, size_t length_, size_t limit_) {
-    put(pText_, length_ < limit_ ? length_ : limit_);
-  }
-  void spaces(size_t count_) {
-    std::memset(_p, ' ', count_);
-    _p += count_;
-  }
-  // What was written since pStart_, padded or cut ("...") to width_.
-  void fit(char* pStart_, size_t width_) {
-    const size_t length = static_cast<size_t>(_p - pStart_);
-    if (length <= width_) {
-      spaces(width_ - length);
-    } else if (width_ <= 3) {
-      _p = pStart_ + width_;
-    } else {
-      _p = pStart_ + width_ - 3;
-      put("...", 3);
-    }
-  }
-  template <typename T>
-  void decimal(T value_, size_t width_ = 0) {
-    char text[24];
-    const auto result = std::to_chars(text, text + sizeof text, value_);
-    const size_t length = static_cast<size_t>(result.ptr - text);
-    if (length < width_) spaces(width_ - length);
-    put(text, length);
-  }
-  void hash(uint32_t hash_) {
-    put("0x", 2);
-    for (int shift = 28; shift >= 0; shift -= 4) put(hex_digits[(hash_ >> shift) & 15]);
-  }
-  // "08 96 01", the bytes past maxBytes_ summarised as " ... (N bytes)".
-  void hex(const char* pData_, size_t length_, size_t maxBytes_) {
-    const size_t shown = length_ > maxBytes_ ? maxBytes_ : length_;
-    for (size_t i = 0; i < shown; ++i) {
-      const auto c = static_cast<unsigned char>(pData_[i]);
-      if (i) put(' ');
-      put(hex_digits[c >> 4]);
-      put(hex_digits[c & 15]);
-    }
-    if (shown < length_) {
-      put(" ... (", 6);
-      decimal(length_);
-      put(" bytes)", 7);
-    }
-  }
-
- private:
-  // The longest line: index, hash, a field column of at most 41 characters,
-  // kind, a value of at most 52 before it is fitted, raw bytes with their
-  // summary, with room to spare.
-  static constexpr size_t line_room = 320;
-  static constexpr const char* hex_digits = "0123456789abcdef";
-
-  std::string& _out;
-  size_t _at;
-  char* _p;
-};
 
 void appendIndex(std::string& out_, uint32_t index_) {
   if (index_ == invalid) {

@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace tarnpb {
 
@@ -26,22 +27,31 @@ void appendInteger(std::string& out_, T value_) {
 
 }  // namespace
 
+char* writeHex(char* p_, const char* pData_, size_t length_) {
+  for (size_t i = 0; i < length_; ++i) {
+    const auto c = static_cast<unsigned char>(pData_[i]);
+    if (i) *p_++ = ' ';
+    *p_++ = hex_digits[c >> 4];
+    *p_++ = hex_digits[c & 15];
+  }
+  return p_;
+}
+
+char* writeHash(char* p_, uint32_t hash_) {
+  *p_++ = '0';
+  *p_++ = 'x';
+  for (int shift = 28; shift >= 0; shift -= 4) *p_++ = hex_digits[(hash_ >> shift) & 15];
+  return p_;
+}
+
 void appendHex(std::string& out_, const char* pData_, size_t length_, size_t maxBytes_) {
   const size_t shown = maxBytes_ != 0 && length_ > maxBytes_ ? maxBytes_ : length_;
   // In pieces of a local buffer: one append per piece, not three per byte.
   char text[3 * 64];
   for (size_t done = 0; done < shown;) {
     const size_t count = shown - done < 64 ? shown - done : 64;
-    char* p = text;
-    for (size_t i = 0; i < count; ++i) {
-      const auto c = static_cast<unsigned char>(pData_[done + i]);
-      *p++ = ' ';
-      *p++ = hex_digits[c >> 4];
-      *p++ = hex_digits[c & 15];
-    }
-    // No blank before the first byte.
-    const size_t skip = done == 0 ? 1 : 0;
-    out_.append(text + skip, static_cast<size_t>(p - text) - skip);
+    if (done) out_ += ' ';
+    out_.append(text, static_cast<size_t>(writeHex(text, pData_ + done, count) - text));
     done += count;
   }
   if (shown < length_) {
@@ -159,21 +169,24 @@ void appendDouble(std::string& out_, double value_) {
 }
 
 void appendHash(std::string& out_, uint32_t hash_) {
-  char text[10] = {'0', 'x'};
-  for (int i = 0; i < 8; ++i) text[2 + i] = hex_digits[(hash_ >> (28 - 4 * i)) & 15];
-  out_.append(text, sizeof text);
+  char text[10];
+  out_.append(text, static_cast<size_t>(writeHash(text, hash_) - text));
+}
+
+char* fitAt(char* p_, size_t length_, size_t width_) {
+  if (length_ <= width_) {
+    std::memset(p_ + length_, ' ', width_ - length_);
+  } else if (width_ > 3) {
+    std::memcpy(p_ + width_ - 3, "...", 3);
+  }
+  return p_ + width_;
 }
 
 void fitFrom(std::string& out_, size_t start_, size_t width_) {
   const size_t length = out_.size() - start_;
-  if (length <= width_) {
-    out_.append(width_ - length, ' ');
-  } else if (width_ <= 3) {
-    out_.resize(start_ + width_);
-  } else {
-    out_.resize(start_ + width_ - 3);
-    out_ += "...";
-  }
+  if (length < width_) out_.resize(start_ + width_);
+  char* const pEnd = fitAt(&out_[start_], length, width_);
+  out_.resize(static_cast<size_t>(pEnd - out_.data()));
 }
 
 void appendFitted(std::string& out_, const char* pText_, size_t length_, size_t width_) {

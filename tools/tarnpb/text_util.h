@@ -11,6 +11,12 @@
 
 namespace tarnpb {
 
+// "08 96 01" for the length_ bytes at pData_, written at p_ (3 * length_ - 1
+// characters, none for no bytes); returns the end of what was written.
+char* writeHex(char* p_, const char* pData_, size_t length_);
+// "0x1d5b3c2a", ten characters written at p_; returns their end.
+char* writeHash(char* p_, uint32_t hash_);
+
 // "08 96 01"; past maxBytes_ (0: no limit) the rest is summarised as
 // " ... (N bytes)".
 void appendHex(std::string& out_, const char* pData_, size_t length_, size_t maxBytes_ = 0);
@@ -43,8 +49,10 @@ void appendDouble(std::string& out_, double value_);
 // "0x1d5b3c2a"
 void appendHash(std::string& out_, uint32_t hash_);
 
-// Pads (or cuts, ending in "...") what out_ holds from start_ on to exactly
-// width_ characters.
+// Pads (or cuts, ending in "...") the length_ characters at p_ to exactly
+// width_; room for width_ characters must follow p_. Returns their end.
+char* fitAt(char* p_, size_t length_, size_t width_);
+// The same for what out_ holds from start_ on.
 void fitFrom(std::string& out_, size_t start_, size_t width_);
 // Appends the text fitted to width_ as fitFrom does.
 void appendFitted(std::string& out_, const char* pText_, size_t length_, size_t width_);
