@@ -144,7 +144,7 @@ bool prepare(ShapeBench& b_, std::string& error_) {
     return false;
   }
   if (m.pHost->parse(m.context, s.body, b_.listSource) != 0 ||
-      !b_.values.build(b_.listSource, b_.pType)) {
+      !b_.values.build(b_.listSource)) {
     error_ = s.name + ": no value list for serialization";
     return false;
   }

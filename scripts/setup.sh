@@ -7,7 +7,7 @@ packages=(
   cmake make g++ pkg-config
   libprotobuf-dev libprotoc-dev protobuf-compiler
   libgtest-dev libgmock-dev libprotozero-dev
-  clang libclang-rt-14-dev valgrind
+  clang libclang-rt-14-dev valgrind time
 )
 
 missing=()
