@@ -10,14 +10,16 @@
 #include <vector>
 
 #include "host/module_loader.h"
+#include "host/value_list.h"
 #include "host/value_set.h"
 
 namespace tarn_bench {
 
 class ModuleHost {
  public:
-  // Loads and starts the module; false with a one-line reason when it cannot.
-  bool open(std::string& error_);
+  // Loads and starts the module (by default the one built beside the host);
+  // false with a one-line reason when it cannot.
+  bool open(std::string& error_, const std::string& path_ = tarn_host::defaultModulePath());
   ~ModuleHost();
 
   const tarn_host::ModuleApi& api() const { return _module.api(); }
@@ -34,23 +36,8 @@ class ModuleHost {
   std::vector<tarn_message_type_context> _contexts;
 };
 
-// The values of a parsed message in document order, with depths, as a server
-// collects them for serialization: a nested message is a document value
-// followed by its members one level deeper; each packed block appears once;
-// entries made from schema defaults, which have no bytes, are left out.
-class ValueList {
- public:
-  // False when the set holds no entry or names a field `pRoot_` lacks.
-  bool build(const tarn_host::ValueSet& set_, const google::protobuf::Descriptor* pRoot_);
-  tarn_message_value_list* list() { return &_list; }
-
- private:
-  bool _add(const tarn_host::ValueSet& set_, uint32_t first_, uint32_t depth_,
-            const google::protobuf::Descriptor* pType_);
-
-  std::vector<tarn_message_value> _values;
-  tarn_message_value_list _list = {0, nullptr};
-};
+// The value list a server hands to serialization: the stand-in host's builder.
+using ValueList = tarn_host::ValueList;
 
 }  // namespace tarn_bench
 

@@ -77,52 +77,62 @@ uint32_t WireWalker::_add(const Descriptor* pType_, std::vector<const Descriptor
 }
 
 uint64_t WireWalker::walk(const char* pData_, size_t size_) const {
-  return _walk(pData_, size_, _types[0]);
+  return _walk<false>(pData_, size_, _types[0]);
 }
 
+uint64_t WireWalker::fields(const char* pData_, size_t size_) const {
+  return _walk<true>(pData_, size_, _types[0]);
+}
+
+template <bool Count>
 uint64_t WireWalker::_walk(const char* pData_, size_t size_, const Type& type_) const {
   protozero::pbf_reader reader(pData_, size_);
   uint64_t sum = 0;
+  // Counting: one per field here, one per packed element below; a nested
+  // message counts once itself and then its members.
+  auto add = [&sum](uint64_t v_) { sum += Count ? 1 : v_; };
   while (reader.next()) {
     const uint32_t number = reader.tag();
     const Field field = number < type_.size() ? type_[number] : Field();
     switch (reader.wire_type()) {
       case protozero::pbf_wire_type::varint:
-        sum += reader.get_uint64();
+        add(reader.get_uint64());
         break;
       case protozero::pbf_wire_type::fixed64:
-        sum += reader.get_fixed64();
+        add(reader.get_fixed64());
         break;
       case protozero::pbf_wire_type::fixed32:
-        sum += reader.get_fixed32();
+        add(reader.get_fixed32());
         break;
       case protozero::pbf_wire_type::length_delimited:
         switch (field.kind) {
           case nested: {
             const protozero::data_view view = reader.get_view();
-            sum += _walk(view.data(), view.size(), _types[field.type]);
+            add(0);
+            sum += _walk<Count>(view.data(), view.size(), _types[field.type]);
             break;
           }
           case packedVarint:
-            for (uint64_t v : reader.get_packed_uint64()) sum += v;
+            for (uint64_t v : reader.get_packed_uint64()) add(v);
             break;
           case packedZigzag:
-            for (int64_t v : reader.get_packed_sint64()) sum += static_cast<uint64_t>(v);
+            for (int64_t v : reader.get_packed_sint64()) add(static_cast<uint64_t>(v));
             break;
           case packedFixed32:
-            for (uint32_t v : reader.get_packed_fixed32()) sum += v;
+            for (uint32_t v : reader.get_packed_fixed32()) add(v);
             break;
           case packedFixed64:
-            for (uint64_t v : reader.get_packed_fixed64()) sum += v;
+            for (uint64_t v : reader.get_packed_fixed64()) add(v);
             break;
           case plain: {
             const protozero::data_view view = reader.get_view();
-            sum += view.size() + static_cast<unsigned char>(view.size() ? view.data()[0] : 0);
+            add(view.size() + static_cast<unsigned char>(view.size() ? view.data()[0] : 0));
             break;
           }
         }
         break;
       default:
+        add(0);
         reader.skip();
     }
   }

@@ -43,6 +43,8 @@ class WireWalker {
   explicit WireWalker(const google::protobuf::Descriptor* pRoot_);
   // Visits every field and element; the sum keeps the compiler from skipping work.
   uint64_t walk(const char* pData_, size_t size_) const;
+  // The fields and packed elements the walk visits, at every level.
+  uint64_t fields(const char* pData_, size_t size_) const;
 
  private:
   enum Kind : uint8_t { plain, nested, packedVarint, packedZigzag, packedFixed32, packedFixed64 };
@@ -54,6 +56,8 @@ class WireWalker {
 
   uint32_t _add(const google::protobuf::Descriptor* pType_,
                 std::vector<const google::protobuf::Descriptor*>& seen_);
+  // Sums the values, or with Count, counts what it visits.
+  template <bool Count>
   uint64_t _walk(const char* pData_, size_t size_, const Type& type_) const;
 
   std::vector<Type> _types;

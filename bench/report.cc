@@ -6,111 +6,124 @@
 namespace tarn_bench {
 namespace {
 
-// The name a run was registered under, without the suffixes the library adds.
-std::string baseName(const std::string& name_) { return name_.substr(0, name_.find('/')); }
-
-double median(std::vector<double> values_) {
-  std::sort(values_.begin(), values_.end());
-  const size_t n = values_.size();
-  return n % 2 ? values_[n / 2] : (values_[n / 2 - 1] + values_[n / 2]) / 2;
+int find(const Runner& runner_, const std::string& key_) {
+  const auto& all = runner_.contenders();
+  for (size_t i = 0; i < all.size(); ++i)
+    if (all[i].key() == key_) return static_cast<int>(i);
+  return -1;
 }
 
-const Collector::Result* find(const Collector& collector_, const std::string& key_) {
-  auto it = collector_.results().find(key_);
-  return it == collector_.results().end() ? nullptr : &it->second;
-}
-
-// Median nanoseconds per operation, or a negative value when the row has none.
-double nsPerOp(const Collector& collector_, const std::string& key_) {
-  const Collector::Result* r = find(collector_, key_);
-  if (r == nullptr || !r->error.empty() || r->nsPerOp.empty()) return -1;
-  return median(r->nsPerOp);
-}
-
-std::string ratioText(double ratio_) {
+std::string number(double value_, const char* format_ = "%.1f") {
+  if (value_ < 0) return "-";
   char text[32];
-  std::snprintf(text, sizeof text, ratio_ >= 10 ? "%.1fx" : "%.2fx", ratio_);
+  std::snprintf(text, sizeof text, format_, value_);
   return text;
 }
 
-void rule() { std::printf("%s\n", std::string(100, '-').c_str()); }
+std::string ratio(double value_) {
+  if (value_ <= 0) return "-";
+  return number(value_, value_ >= 10 ? "%.1fx" : "%.2fx");
+}
+
+void rule() { std::printf("%s\n", std::string(104, '-').c_str()); }
 
 }  // namespace
 
-bool Collector::ReportContext(const Context&) { return true; }
-
-void Collector::ReportRuns(const std::vector<Run>& runs_) {
-  for (const Run& run : runs_) {
-    if (run.run_type != Run::RT_Iteration) continue;
-    Result& r = _results[baseName(run.benchmark_name())];
-    if (run.error_occurred) {
-      r.error = run.error_message;
-      continue;
+int printReport(const Runner& runner_, const std::vector<Comparison>& comparisons_,
+                const std::map<std::string, std::string>& shapeNotes_) {
+  const bool instructions = runner_.haveInstructions();
+  int checked = 0, missed = 0;
+  double worstApart = 0;  // between the ratios of the even and the odd rounds
+  std::string worst;
+  std::printf("%-9s %-40s %11s %12s %10s %9s  %s\n", "op", "contender", "ns/op", "ns/unit",
+              "instr/unit", "allocs/op", "");
+  const auto& all = runner_.contenders();
+  std::string shape;
+  auto printComparisons = [&](const std::string& shape_) {
+    bool header = false;
+    for (const Comparison& c : comparisons_) {
+      if (c.shape != shape_) continue;
+      const int a = find(runner_, c.key);
+      std::vector<int> over;
+      for (const std::string& k : c.over) over.push_back(find(runner_, k));
+      const double time = runner_.ratio(a, over, false);
+      if (time < 0) continue;  // filtered out
+      const double count = instructions ? runner_.ratio(a, over, true) : -1;
+      const double even = runner_.ratio(a, over, false, 0), odd = runner_.ratio(a, over, false, 1);
+      if (even > 0 && odd > 0) {
+        const double apart = std::max(even, odd) / std::min(even, odd) - 1;
+        if (apart > worstApart) {
+          worstApart = apart;
+          worst = c.label + " on " + c.shape;
+        }
+      }
+      if (!header) {
+        std::printf("  %-56s %9s %9s %9s %s\n", "ratios, median of paired rounds", "time", "instr",
+                    "target", "met");
+        header = true;
+      }
+      std::string target = "", met = "";
+      if (c.limit > 0) {
+        ++checked;
+        auto ok = [&c](double v_) { return v_ > 0 && (c.atMost ? v_ <= c.limit : v_ >= c.limit); };
+        const bool good = ok(time) && (count < 0 || ok(count));
+        if (!good) ++missed;
+        target = (c.atMost ? "<= " : ">= ") + ratio(c.limit);
+        met = good ? "yes" : "NO";
+      }
+      std::printf("  %-56s %9s %9s %9s %s\n", c.label.c_str(), ratio(time).c_str(),
+                  ratio(count).c_str(), target.c_str(), met.c_str());
     }
-    // Every benchmark reports in nanoseconds (set at registration).
-    r.nsPerOp.push_back(run.GetAdjustedCPUTime());
-    auto it = run.counters.find("allocs");
-    if (it != run.counters.end()) r.allocsPerOp = std::max(r.allocsPerOp, it->second.value);
+  };
+  // By shape in the order they came, then by operation, then as registered.
+  std::vector<int> order;
+  for (size_t i = 0; i < all.size(); ++i) {
+    bool seen = false;
+    for (int j : order) seen = seen || all[j].shape == all[i].shape;
+    if (seen) continue;
+    for (const char* op : {"parse", "trace", "merge", "serialize"})
+      for (size_t k = i; k < all.size(); ++k)
+        if (all[k].shape == all[i].shape && all[k].op == op) order.push_back(static_cast<int>(k));
   }
-  std::fputc('.', stderr);
-  std::fflush(stderr);
-}
-
-int printTable(const std::vector<Row>& rows_, const std::vector<Target>& targets_,
-               const std::map<std::string, std::string>& shapeNotes_, const Collector& collector_) {
-  int missed = 0;
-  int checked = 0;
-  std::fputc('\n', stderr);
-  std::printf("%-8s %-9s %-26s %9s %10s  %-26s %8s %7s %s\n", "shape", "op", "contender", "MB/s",
-              "allocs/op", "module vs", "ratio", "target", "met");
-  std::string lastShape;
-  for (const Row& row : rows_) {
-    if (find(collector_, row.key) == nullptr) continue;
-    if (row.shape != lastShape) {
+  for (int index : order) {
+    const Contender& c = all[index];
+    if (c.shape != shape) {
+      if (!shape.empty()) printComparisons(shape);
       rule();
-      lastShape = row.shape;
-      auto note = shapeNotes_.find(row.shape);
-      if (note != shapeNotes_.end())
-        std::printf("%s: %s\n", row.shape.c_str(), note->second.c_str());
+      shape = c.shape;
+      auto note = shapeNotes_.find(shape);
+      std::printf("%s: %s\n", shape.c_str(), note == shapeNotes_.end() ? "" : note->second.c_str());
     }
-    const Collector::Result* r = find(collector_, row.key);
-    const double ns = nsPerOp(collector_, row.key);
-    char speed[32] = "-";
-    char allocs[32] = "-";
-    if (ns > 0) {
-      std::snprintf(speed, sizeof speed, "%.1f", row.bytesPerOp / ns * 1e3);
-      std::snprintf(allocs, sizeof allocs, "%.2f", r->allocsPerOp);
-    } else if (r != nullptr && !r->error.empty()) {
-      std::snprintf(speed, sizeof speed, "n/a");
-    }
-    std::printf("%-8s %-9s %-26s %9s %10s", row.shape.c_str(), row.op.c_str(),
-                row.contender.c_str(), speed, allocs);
-    if (row.module) {
+    const double ns = runner_.median(index, false);
+    const double count = instructions ? runner_.median(index, true) : -1;
+    const double allocations = runner_.measured(index).allocations;
+    std::string flag;
+    if (c.module) {
       ++checked;
-      const bool clean = ns > 0 && r->allocsPerOp == 0;
-      if (!clean) ++missed;
-      std::printf("  %-26s %8s %7s %s", "(heap allocations)", ns > 0 ? allocs : "-", "0",
-                  clean ? "yes" : "NO");
+      if (allocations != 0) {
+        ++missed;
+        flag = "NO: the module allocated";
+      }
     }
-    if (r != nullptr && !r->error.empty()) std::printf("  [%s]", r->error.c_str());
-    std::printf("\n");
-    for (const Target& t : targets_) {
-      if (t.key != row.key) continue;
-      ++checked;
-      const double peer = nsPerOp(collector_, t.peerKey);
-      const bool have = ns > 0 && peer > 0;
-      const double ratio = have ? peer / ns : 0;
-      const bool met = have && ratio >= t.minRatio;
-      if (!met) ++missed;
-      std::printf("%-8s %-9s %-26s %9s %10s  %-26s %8s %7s %s\n", "", "", "", "", "",
-                  t.peerLabel.c_str(), have ? ratioText(ratio).c_str() : "-",
-                  ratioText(t.minRatio).c_str(), met ? "yes" : "NO");
-    }
+    const std::string perUnit = number(ns / c.units, "%.2f") + "/" + c.unit;
+    std::printf("%-9s %-40s %11s %12s %10s %9s  %s\n", c.op.c_str(), c.label.c_str(),
+                number(ns).c_str(), c.unit == "op" ? "" : perUnit.c_str(),
+                count < 0 ? "-" : number(count / c.units).c_str(),
+                number(allocations, "%.2f").c_str(), flag.c_str());
   }
+  if (!shape.empty()) printComparisons(shape);
   rule();
   std::printf(
-      "MB/s: message bytes per second of CPU time, median of the repetitions. ratio: how\n"
-      "many times faster the module row is than the peer (peer time / module time).\n");
+      "ns: median over rounds of thread CPU time per operation; a ratio is taken within each round "
+      "and\n"
+      "the median of those is shown. instr: user-space instructions from the hardware counter%s.\n"
+      "Module rows must allocate nothing (allocs/op 0).\n",
+      instructions ? "" : " (not available here: scripts/bench-instructions.sh counts them)");
+  if (!worst.empty())
+    std::printf(
+        "The even and the odd rounds, taken apart, give time ratios within %.1f%% of each other\n"
+        "(widest: %s).\n",
+        worstApart * 100, worst.c_str());
   std::printf("targets met: %d of %d\n", checked - missed, checked);
   return missed;
 }

@@ -137,28 +137,42 @@ tarn_message_xpath_hash_get_base(tarn_message_xpath_value_set valueSet) {
   return implOf(valueSet)._baseHash;
 }
 
+namespace tarn_host {
+namespace {
+
+// Everything but the null mode, kept out of line so that the null mode's
+// path through tarn_message_xpath_update saves no registers.
+[[gnu::noinline]] uint32_t update(Impl& impl_, SetState& st_, tarn_message_xpath_find_set findSet_,
+                                  tarn_message_value_set_entry* pEntry_) {
+  const auto* pFind = static_cast<const tarn::tarn_xpath_hash_set*>(findSet_);
+  if (st_.pRecord != nullptr) st_.pRecord->push_back(*pEntry_);
+  if (!wanted(impl_, pFind, *pEntry_)) return tarn_message_value_invalid_index;
+  if (st_.mode == ValueSet::Mode::discard) return st_.submitted++;
+  ++st_.submitted;
+  try {
+    return store(impl_, *pEntry_);
+  } catch (const std::bad_alloc&) {
+    return tarn_message_value_invalid_index;
+  }
+}
+
+}  // namespace
+}  // namespace tarn_host
+
 TARN_HOST_EXPORT uint32_t tarn_message_xpath_update(tarn_message_xpath_value_set valueSet,
                                                     tarn_message_xpath_find_set findSet,
                                                     tarn_message_value_set_entry* entry) {
   auto& impl = implOf(valueSet);
   auto& st = tarn_host::state(impl);
-  const auto* pFind = static_cast<const tarn::tarn_xpath_hash_set*>(findSet);
-  if (st.pRecord != nullptr) st.pRecord->push_back(*entry);
-  if (!tarn_host::wanted(impl, pFind, *entry)) return tarn_message_value_invalid_index;
-  if (st.mode == tarn_host::ValueSet::Mode::discard) return st.submitted++;
-  ++st.submitted;
-  try {
-    return tarn_host::store(impl, *entry);
-  } catch (const std::bad_alloc&) {
-    return tarn_message_value_invalid_index;
-  }
+  if (st.mode == tarn_host::ValueSet::Mode::null) return st.submitted++;
+  return tarn_host::update(impl, st, findSet, entry);
 }
 
 TARN_HOST_EXPORT tarn_message_value_set_entry* tarn_message_xpath_get(
     tarn_message_xpath_value_set valueSet, uint32_t index) {
   auto& impl = implOf(valueSet);
   auto& st = tarn_host::state(impl);
-  if (st.mode == tarn_host::ValueSet::Mode::discard)
+  if (st.mode != tarn_host::ValueSet::Mode::store)
     return reinterpret_cast<tarn_message_value_set_entry*>(&st.scratch);
   if (index >= impl._storeCount) return nullptr;
   return reinterpret_cast<tarn_message_value_set_entry*>(impl._pValues + index);

@@ -30,6 +30,7 @@ class ValueSet {
   enum class Mode {
     store,    // keep every entry: what a server does
     discard,  // keep nothing, answer with fresh indexes: measures the module alone
+    null,     // discard, with no recording and no find set consulted: the cheapest host
   };
 
   explicit ValueSet(uint32_t baseHash_ = default_base_hash, Mode mode_ = Mode::store);
@@ -55,6 +56,12 @@ class ValueSet {
   void recordSubmissions(std::vector<tarn_message_value_set_entry>* pLog_);
 
   void clear();
+
+  // While on, the path hash functions (which see no value set) answer seed +
+  // length: pure, as the module requires, and nearly free, so that a
+  // benchmark against null-mode sets times the module's own work. Process-wide;
+  // switch it only while no other thread hashes.
+  static void cheapHashing(bool on_);
 
  private:
   tarn::tarn_xpath_value_set _set;

@@ -6,8 +6,8 @@ set -euo pipefail
 packages=(
   cmake make g++ pkg-config
   libprotobuf-dev libprotoc-dev protobuf-compiler
-  libgtest-dev libgmock-dev libbenchmark-dev libprotozero-dev
-  clang libclang-rt-14-dev valgrind
+  libgtest-dev libgmock-dev libprotozero-dev
+  clang libclang-rt-14-dev valgrind time
   dpkg-dev file
 )
 

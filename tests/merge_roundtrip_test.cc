@@ -8,6 +8,7 @@
 
 #include <map>
 
+#include "host/value_list.h"
 #include "random_message.h"
 #include "wire.h"
 
@@ -135,43 +136,17 @@ TEST(RichRoundTrip, MergeOfRandomPairsMatchesTheModel) {
   }
 }
 
-// The entries of one level as host values: a message entry becomes a document
-// value followed by its members one level deeper; defaults (no bytes) are left
-// out, and a packed field's elements give one value. A document is closed only
-// by a fall in depth, so a message none of whose entries has bytes is passed
-// as a plain value with its whole encoding.
-void collect(const tarn_host::ValueSet& set_, uint32_t first_, uint32_t depth_,
-             std::vector<tarn_message_value>& out_) {
-  const char* pPreviousRaw = nullptr;
-  for (uint32_t i = first_; i != tarn_test::INV; i = set_[i].next_sibling) {
-    const tarn_message_value_set_entry& e = set_[i];
-    if (e.raw_bytes_length == 0 || e.raw_bytes == pPreviousRaw) continue;
-    pPreviousRaw = e.raw_bytes;
-    tarn_message_value v = {};
-    v.depth = depth_;
-    v.xpath_value.raw_bytes = e.raw_bytes;
-    v.xpath_value.raw_bytes_length = e.raw_bytes_length;
-    std::vector<tarn_message_value> members;
-    if (e.first_child != tarn_test::INV) collect(set_, e.first_child, depth_ + 1, members);
-    v.xpath_value.type_hint = members.empty() ? tarn_message_xpath_value_type_string
-                                              : tarn_message_xpath_value_type_document;
-    out_.push_back(v);
-    out_.insert(out_.end(), members.begin(), members.end());
-  }
-}
-
 TEST(RichRoundTrip, ReserializedEntriesReadBackAsTheMessage) {
   for (int n = 0; n < 200; ++n) {
     SCOPED_TRACE(n);
     const std::string body = tarn_test::randomBody(richType(), 5000 + n);
     tarn_host::ValueSet set;
     ASSERT_EQ(TARN_SUCCESS, tarn_test::parse(tarn_test::rich(), body, set));
-    std::vector<tarn_message_value> values;
-    if (set.size() != 0) collect(set, 0, 1, values);
-    tarn_message_value_list list{values.size(), values.data()};
+    tarn_host::ValueList values;
+    values.build(set);
     tarn_output_message_data out = {};
     out.body_type = 5;
-    out.value_list = &list;
+    out.value_list = values.list();
     const int size = tarn_test::api().compute_serialize_size(&out);
     std::string segment(static_cast<size_t>(size), '\0');
     out.message.data = &segment[0];

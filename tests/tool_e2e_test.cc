@@ -81,7 +81,16 @@ TEST(Tool, BadInputsGiveOneClearLineAndTheirStatus) {
        "tarnpb parse: cannot load module /nonexistent/module.so: /nonexistent/module.so: cannot "
        "open shared object file: No such file or directory"},
       {"parse --json " + sample + file(wire::Body().varint(1, 7).varint(9, 1)), 1,
-       "tarnpb parse: the module refused the message (status 255) after storing 1 entry"},
+       "tarnpb parse: the module refused the message (status 255) after storing 1 entry; at byte "
+       "2, #9 (field 9 of tarn.test.Sample): not declared, and above the type's highest field "
+       "number (7): the body looks written with a newer schema"},
+      {"parse -d " + sample + file(wire::fromHex("02 08 07 04 08 07 48 01")), 1,
+       "tarnpb parse: the module refused 1 of 2 messages; the first is message 2, at byte 4 of "
+       "the stream; at byte 2, #9 (field 9 of tarn.test.Sample): not declared, and above the "
+       "type's highest field number (7): the body looks written with a newer schema"},
+      {"merge " + sample + file(wire::fromHex("08 07")) + " " + file(wire::fromHex("2A 01 FF")), 1,
+       "tarnpb merge: the module refused the update message (status 255); at byte 2, inner.#0 "
+       "(field 0 of tarn.test.Inner): the tag is cut off by the end of inner (1 byte left)"},
       {"decode " + book + quote(examples + "/market_data.proto"), 1,
        "tarnpb decode: " + examples +
            "/market_data.proto is not a valid tarn.example.BookSnapshot in wire format"},
@@ -119,6 +128,34 @@ TEST(Tool, ParseJsonNamesEveryEntry) {
       run.out);
 }
 
+// Later elements of a packed field name the first instead of repeating the
+// block, so the JSON grows linearly with the field.
+TEST(Tool, ParseJsonOfAPackedFieldIsLinear) {
+  const ToolRun run = tarnpb("parse --json " + sample + file(wire::fromHex("22 03 02 04 06")));
+  ASSERT_EQ(0, run.status) << run.lastError;
+  const std::string head = R"( {"index":)", hash = std::to_string(tarn_test::pathHash({"deltas"}));
+  auto element = [&](int index, std::string next, int value, std::string raw) {
+    return head + std::to_string(index) + R"(,"name":"deltas","path":"deltas","hash":)" + hash +
+           R"(,"depth":0,"parent":null,"first_child":null,"next_sibling":)" + next +
+           R"(,"kind":"int","value":)" + std::to_string(value) +
+           R"(,"default":false,"required":false,)" + raw + "}";
+  };
+  EXPECT_EQ(R"({"type":"tarn.test.Sample","bytes":5,"status":0,"partial":false,"entries":[)"
+            "\n" +
+                element(0, "1", 1, R"("raw":"2203020406")") + ",\n" +
+                element(1, "2", 2, R"("raw_as":0)") + ",\n" +
+                element(2, "null", 3, R"("raw_as":0)") + "\n]}\n",
+            run.out);
+
+  size_t sizes[2];
+  for (int n : {0, 1}) {
+    std::string elements;
+    for (int i = 0; i < (n ? 8000 : 2000); ++i) elements += wire::varintBytes(wire::zigzag(i));
+    sizes[n] = tarnpb("parse --json " + sample + file(wire::Body().str(4, elements))).out.size();
+  }
+  EXPECT_LE(sizes[1], sizes[0] * 9 / 2) << sizes[0] << " then " << sizes[1];
+}
+
 TEST(Tool, TraceIsPassedOnByteForByteWithinItsCapacity) {
   const std::string body = file(wire::Body().varint(1, 150).str(2, std::string("a\0\"b", 4)));
   EXPECT_EQ(std::string("protobuf({\"id\":150,\"name\":\"a\0\"b\"})\n", 35),
@@ -150,6 +187,24 @@ TEST(Tool, MergeAndSerializeWriteTheModulesBytes) {
   EXPECT_EQ(0, rebuilt.status) << rebuilt.lastError;
   EXPECT_EQ("08 96 01 12 02 61 62 22 02 01 04 2A 83 80 80 00 0A 01 78 35 00 00 80 3E",
             wire::hex(readFile(out)));
+
+  // A file with empty options, then a second file: the options go whole, so
+  // the second file stays outside the first.
+  const ToolRun files = tarnpb("serialize -q -o " + quote(out) +
+                               " --proto /usr/include/google/protobuf/descriptor.proto --type "
+                               "google.protobuf.FileDescriptorSet " +
+                               file(wire::fromHex("0A 02 42 00 0A 00")));
+  EXPECT_EQ(0, files.status) << files.lastError;
+  EXPECT_EQ("0A 82 80 80 00 42 00 0A 00", wire::hex(readFile(out)));
+  EXPECT_NE(std::string::npos,
+            files.out.find(", 9 bytes written; libprotobuf reads the same message as the input\n"));
+}
+
+TEST(Tool, VersionNamesTheBuildsInUse) {
+  const ToolRun run = tarnpb("--version");
+  EXPECT_EQ(0, run.status);
+  EXPECT_EQ("tarnpb 0.1.0\nmodule " + std::string(TARN_MODULE_PATH) + "\nlibprotobuf 3.21.12\n",
+            run.out);
 }
 
 TEST(Tool, DemoRunsTheWholeCycle) {

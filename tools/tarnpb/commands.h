@@ -63,8 +63,11 @@ struct Parsed {
   ParseView view(const Workbench& bench_, const std::string& title_) const;
 };
 
+// set_, when given, is cleared and filled again: its storage is already
+// allocated and touched, which a large message makes worth keeping.
 Parsed parseWith(const Workbench& bench_, std::string body_,
-                 const tarn::tarn_xpath_hash_set* pFind_ = nullptr);
+                 const tarn::tarn_xpath_hash_set* pFind_ = nullptr,
+                 std::unique_ptr<tarn_host::ValueSet> set_ = nullptr);
 
 // The module's delta-publish merge of two parsed messages, into an output
 // segment the host sized for it. update_ is empty afterwards. Throws ToolError
@@ -75,6 +78,10 @@ std::string mergeBodies(const ModuleSession& module_, tarn_host::ValueSet& updat
 // Shows a parse as a tree or, with json_, as JSON.
 void showParse(std::FILE* pOut_, const Workbench& bench_, const Parsed& parsed_,
                const std::string& title_, bool json_);
+
+// What the tool's own walk over body_ finds wrong, for the end of a line that
+// reports the module's refusal: "; at byte 7, ...".
+std::string refusalDetail(const Workbench& bench_, const std::string& body_);
 
 // "parsed 12 messages ..." for --delimited runs.
 // extra_ (e.g. "812 entries") follows the byte count.

@@ -1,8 +1,11 @@
 // merge and serialize: the two ways the module writes a message.
 #include <cstring>
+#include <future>
+#include <memory>
 
 #include "commands.h"
 #include "host/merge_bound.h"
+#include "host/value_list.h"
 #include "input.h"
 #include "text_util.h"
 
@@ -15,11 +18,25 @@ namespace {
 const size_t guard_bytes = 64;
 const char guard_fill = '\xA5';
 
-bool guardIntact(const std::string& buffer_, size_t room_) {
-  for (size_t i = room_; i < buffer_.size(); ++i)
-    if (buffer_[i] != guard_fill) return false;
-  return true;
-}
+// The room a module is given to write into, and the guard behind it. The room
+// itself is not filled: only the pages the module writes are touched.
+class GuardedRoom {
+ public:
+  explicit GuardedRoom(size_t room_) : _room(room_), _pBytes(new char[room_ + guard_bytes]) {
+    std::memset(_pBytes.get() + room_, guard_fill, guard_bytes);
+  }
+  char* data() { return _pBytes.get(); }
+  bool guardIntact() const {
+    for (size_t i = _room; i < _room + guard_bytes; ++i)
+      if (_pBytes[i] != guard_fill) return false;
+    return true;
+  }
+  std::string take(size_t length_) const { return std::string(_pBytes.get(), length_); }
+
+ private:
+  size_t _room;
+  std::unique_ptr<char[]> _pBytes;
+};
 
 // Where a rebuilt body goes: -o FILE, the standard output when it is not a
 // terminal, or nowhere (shown as hex instead). The parsed view goes to the
@@ -44,7 +61,8 @@ Parsed parseOrRefuse(const Workbench& bench_, const std::string& path_, bool tex
   if (parsed.status != TARN_SUCCESS) {
     showParse(stderr, bench_, parsed, what_, false);
     throw ToolError(exit_refused, "the module refused the " + what_ + " (status " +
-                                      std::to_string(parsed.status) + ")");
+                                      std::to_string(parsed.status) + ")" +
+                                      refusalDetail(bench_, parsed.body));
   }
   return parsed;
 }
@@ -55,19 +73,18 @@ std::string mergeBodies(const ModuleSession& module_, tarn_host::ValueSet& updat
                         tarn_host::ValueSet& stored_) {
   // The module checks no capacity: the host sizes the segment beforehand.
   const size_t room = static_cast<size_t>(tarn_host::mergeOutputBound(update_, stored_));
-  std::string buffer(room + guard_bytes, guard_fill);
+  GuardedRoom buffer(room);
   tarn_delta_message_data delta = {};
-  delta.output.data = &buffer[0];
+  delta.output.data = buffer.data();
   delta.update_value_set = update_.handle();
   delta.source_value_set = stored_.handle();
   const int count = module_.api().delta_publish_merge(&delta);
-  if (!guardIntact(buffer, room) || static_cast<size_t>(count) > room ||
+  if (!buffer.guardIntact() || static_cast<size_t>(count) > room ||
       delta.output.byte_count > room) {
     throw ToolError(exit_refused,
                     "the module's merge wrote past the " + std::to_string(room) + " bytes of room");
   }
-  buffer.resize(delta.output.byte_count);
-  return buffer;
+  return buffer.take(delta.output.byte_count);
 }
 
 namespace {
@@ -75,12 +92,19 @@ namespace {
 int runMergeCommand(const Args& args_) {
   auto bench = Workbench::open(args_);
   const bool text = args_.has("text");
-  Parsed stored = parseOrRefuse(*bench, args_.positional()[0], text, "stored message");
-  Parsed update = parseOrRefuse(*bench, args_.positional()[1], text, "update message");
-  const std::string merged = mergeBodies(*bench->module, *update.set, *stored.set);
+  std::string merged;
+  std::unique_ptr<tarn_host::ValueSet> reused;
+  {
+    // The update's value set is dropped and the stored one's storage parses
+    // the result: at most two are held at once.
+    Parsed stored = parseOrRefuse(*bench, args_.positional()[0], text, "stored message");
+    Parsed update = parseOrRefuse(*bench, args_.positional()[1], text, "update message");
+    merged = mergeBodies(*bench->module, *update.set, *stored.set);
+    reused = std::move(stored.set);
+  }
 
   std::FILE* pOut = deliver(args_, merged, "merged message");
-  const Parsed again = parseWith(*bench, merged);
+  const Parsed again = parseWith(*bench, merged, nullptr, std::move(reused));
   showParse(pOut, *bench, again, "merged message", args_.has("json"));
   if (args_.has("trace"))
     std::fprintf(pOut, "%s\n", escapeBinary(bench->module->trace(merged)).c_str());
@@ -89,80 +113,59 @@ int runMergeCommand(const Args& args_) {
   return exit_ok;
 }
 
-// The value list a server builds from a parsed message: every entry with
-// bytes, at its depth (top level 1); message entries open a submessage and
-// bring their tag only. The elements of a packed field share the field's
-// bytes, so only the first of them is listed.
-struct ValueList {
-  std::vector<std::string> paths;
-  std::vector<tarn_message_value> values;
-  size_t documents = 0;
-};
-
-ValueList valueListOf(const Workbench& bench_, const Parsed& parsed_) {
-  ValueList list;
-  const std::vector<EntryLine> lines = describeEntries(parsed_.view(bench_, ""));
-  list.paths.reserve(lines.size());
-  const tarn_host::ValueSet& set = *parsed_.set;
-  for (const auto& l : lines) {
-    const tarn_message_value_set_entry& e = set[l.index];
-    if (e.raw_bytes == nullptr || e.raw_bytes_length == 0 || l.sameBytesAs >= 0) continue;
-    list.paths.push_back(l.path);
-    tarn_message_value v = {};
-    v.path_hash = e.hash;
-    v.depth = static_cast<uint32_t>(l.depth) + 1;
-    v.xpath_value.type_hint =
-        l.kind == "message" ? tarn_message_xpath_value_type_document : e.type_hint;
-    v.xpath_value.value_mask = e.value_mask;
-    v.xpath_value.raw_bytes = e.raw_bytes;
-    v.xpath_value.raw_bytes_length = e.raw_bytes_length;
-    if (l.kind == "message") ++list.documents;
-    list.values.push_back(v);
-  }
-  for (size_t i = 0; i < list.values.size(); ++i) {
-    list.values[i].path = list.paths[i].c_str();
-    list.values[i].path_length = list.paths[i].size();
-  }
-  return list;
-}
-
 int runSerialize(const Args& args_) {
   auto bench = Workbench::open(args_);
-  const Parsed parsed = parseOrRefuse(*bench, args_.positional()[0], args_.has("text"), "message");
-  ValueList list = valueListOf(*bench, parsed);
-  tarn_message_value_list valueList = {list.values.size(), list.values.data()};
+  Parsed parsed = parseOrRefuse(*bench, args_.positional()[0], args_.has("text"), "message");
+  auto list = std::make_unique<tarn_host::ValueList>();
+  list->build(*parsed.set);
 
   tarn_output_message_data out = {};
   out.body_type = 5;
-  out.value_list = &valueList;
+  out.value_list = list->list();
   const int sizeAnswer = bench->module->api().compute_serialize_size(&out);
   // The size answer counts each value's bytes; a submessage's four-byte length
   // slot can be longer than the prefix it replaces, so room is added for it.
-  const size_t room = static_cast<size_t>(sizeAnswer < 0 ? 0 : sizeAnswer) + 4 * list.documents;
-  std::string buffer(room + guard_bytes, guard_fill);
-  out.message.data = &buffer[0];
+  const size_t roomSize =
+      static_cast<size_t>(sizeAnswer < 0 ? 0 : sizeAnswer) + 4 * list->documents();
+  GuardedRoom room(roomSize);
+  out.message.data = room.data();
   const int status = bench->module->api().serialize_message(&out);
-  if (!guardIntact(buffer, room) || out.message.byte_count > room) {
+  if (!room.guardIntact() || out.message.byte_count > roomSize) {
     throw ToolError(exit_refused, "the module's serialization wrote past the " +
-                                      std::to_string(room) + " bytes of room");
+                                      std::to_string(roomSize) + " bytes of room");
   }
   if (status != TARN_SUCCESS) {
     throw ToolError(exit_refused,
                     "the module refused to serialize (status " + std::to_string(status) + ")");
   }
-  buffer.resize(out.message.byte_count);
+  const std::string buffer = room.take(out.message.byte_count);
+  const size_t valueCount = list->values().size();
+  // The rebuilt body no longer needs the list or the entries behind it; the
+  // value set's storage parses the rebuild.
+  list.reset();
 
   std::FILE* pOut = deliver(args_, buffer, "rebuilt message");
-  const Parsed again = parseWith(*bench, buffer);
-  showParse(pOut, *bench, again, "rebuilt message", args_.has("json"));
+  // libprotobuf's reading of both bodies needs nothing of the module's: it
+  // runs beside the module's parse of the rebuild and the printing of it.
+  std::future<bool> same;
   if (!args_.has("json")) {
-    std::fprintf(pOut, "%zu values, size answer %d, %zu bytes written; libprotobuf reads %s\n",
-                 list.values.size(), sizeAnswer, buffer.size(),
-                 bench->schema->sameMessage(bench->pRoot, parsed.body, buffer)
-                     ? "the same message as the input"
-                     : "a DIFFERENT message from the input");
+    same = std::async(std::launch::async, [&] {
+      return bench->schema->sameMessage(bench->pRoot, parsed.body, buffer);
+    });
   }
-  if (again.status != TARN_SUCCESS)
+  int againStatus;
+  {
+    const Parsed again = parseWith(*bench, buffer, nullptr, std::move(parsed.set));
+    showParse(pOut, *bench, again, "rebuilt message", args_.has("json"));
+    againStatus = again.status;
+  }
+  if (same.valid()) {
+    std::fprintf(
+        pOut, "%zu values, size answer %d, %zu bytes written; libprotobuf reads %s\n", valueCount,
+        sizeAnswer, buffer.size(),
+        same.get() ? "the same message as the input" : "a DIFFERENT message from the input");
+  }
+  if (againStatus != TARN_SUCCESS)
     throw ToolError(exit_refused, "the module cannot parse its own rebuilt message");
   return exit_ok;
 }
@@ -198,9 +201,11 @@ Command mergeCommand() {
 Command serializeCommand() {
   return {{"serialize", "[options] MESSAGE",
            "Rebuild a message from the value list of its parse, as a server does.",
-           "Every entry with bytes becomes one value at its depth; message entries open a\n"
-           "submessage, whose length the module writes as a four-byte varint. The result\n"
-           "is shown parsed, with whether libprotobuf reads it as the input message.",
+           "Every entry with bytes becomes one value at its depth, a packed field once. A\n"
+           "message with a member that carries bytes opens a submessage, whose length the\n"
+           "module writes as a four-byte varint; an empty one, or one of defaults only,\n"
+           "goes whole as a plain value. The result is shown parsed, with whether\n"
+           "libprotobuf reads it as the input message.",
            buildOptions(), 1, 1},
           runSerialize};
 }

@@ -1,6 +1,7 @@
 #include <cstdio>
 
 #include "commands.h"
+#include "diagnose.h"
 #include "host/module_loader.h"
 #include "input.h"
 
@@ -58,10 +59,16 @@ ParseView Parsed::view(const Workbench& bench_, const std::string& title_) const
 }
 
 Parsed parseWith(const Workbench& bench_, std::string body_,
-                 const tarn::tarn_xpath_hash_set* pFind_) {
+                 const tarn::tarn_xpath_hash_set* pFind_,
+                 std::unique_ptr<tarn_host::ValueSet> set_) {
   Parsed parsed;
   parsed.body = std::move(body_);
-  parsed.set.reset(new tarn_host::ValueSet());
+  if (set_) {
+    set_->clear();
+    parsed.set = std::move(set_);
+  } else {
+    parsed.set.reset(new tarn_host::ValueSet());
+  }
   parsed.partial = pFind_ != nullptr;
   parsed.status = bench_.module->parse(parsed.body, *parsed.set, pFind_);
   return parsed;
@@ -75,6 +82,10 @@ void showParse(std::FILE* pOut_, const Workbench& bench_, const Parsed& parsed_,
   } else {
     printTree(pOut_, v);
   }
+}
+
+std::string refusalDetail(const Workbench& bench_, const std::string& body_) {
+  return "; " + diagnose(bench_.pRoot, body_).text();
 }
 
 std::string throughputLine(const char* verb_, size_t messages_, size_t refused_, size_t bytes_,

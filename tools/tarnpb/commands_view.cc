@@ -32,12 +32,15 @@ Delimited readStream(const Args& args_, std::string& data_) {
   return splitDelimited(data_);
 }
 
-int finishStream(const Delimited& stream_, size_t refused_, const std::string& summary_) {
+// detail_ ends the refusal line: why the first refused message was refused.
+int finishStream(const Delimited& stream_, size_t refused_, const std::string& summary_,
+                 const std::string& detail_ = "") {
   std::printf("%s\n", summary_.c_str());
   if (!stream_.error.empty()) throw ToolError(exit_refused, "corrupt stream: " + stream_.error);
   if (refused_ != 0) {
     throw ToolError(exit_refused, "the module refused " + std::to_string(refused_) + " of " +
-                                      std::to_string(stream_.messages.size()) + " messages");
+                                      std::to_string(stream_.messages.size()) + " messages" +
+                                      detail_);
   }
   return exit_ok;
 }
@@ -75,19 +78,30 @@ int runParse(const Args& args_) {
     std::string data;
     const Delimited stream = readStream(args_, data);
     tarn_host::ValueSet set;
-    size_t refused = 0, bytes = 0, entries = 0;
+    size_t refused = 0, bytes = 0, entries = 0, firstRefused = 0;
     const auto start = Clock::now();
-    for (const auto& m : stream.messages) {
+    for (size_t n = 0; n < stream.messages.size(); ++n) {
+      const auto& m = stream.messages[n];
       set.clear();
-      if (bench->module->parse(data.substr(m.first, m.second), set, pFind) != TARN_SUCCESS)
-        ++refused;
+      if (bench->module->parse(data.substr(m.first, m.second), set, pFind) != TARN_SUCCESS &&
+          refused++ == 0) {
+        firstRefused = n;
+      }
       bytes += m.second;
       entries += set.size();
     }
     const double seconds = secondsSince(start);
+    std::string detail;
+    if (refused != 0) {
+      const auto& m = stream.messages[firstRefused];
+      detail = "; the first is message " + std::to_string(firstRefused + 1) + ", at byte " +
+               std::to_string(m.first) + " of the stream" +
+               refusalDetail(*bench, data.substr(m.first, m.second));
+    }
     return finishStream(stream, refused,
                         throughputLine("parsed", stream.messages.size(), refused, bytes,
-                                       std::to_string(entries) + " entries", seconds));
+                                       std::to_string(entries) + " entries", seconds),
+                        detail);
   }
 
   Parsed parsed =
@@ -98,7 +112,8 @@ int runParse(const Args& args_) {
     throw ToolError(exit_refused, "the module refused the message (status " +
                                       std::to_string(parsed.status) + ") after storing " +
                                       std::to_string(parsed.set->size()) +
-                                      (parsed.set->size() == 1 ? " entry" : " entries"));
+                                      (parsed.set->size() == 1 ? " entry" : " entries") +
+                                      refusalDetail(*bench, parsed.body));
   }
   return exit_ok;
 }
@@ -165,7 +180,9 @@ Command parseCommand() {
            "entry: its index, path hash, field name (indented below its message), the\n"
            "module's value kind and value, and the field's bytes in the message.\n"
            "Entries made from schema defaults have no bytes; the elements of a packed\n"
-           "field share the bytes of the whole field.",
+           "field share the bytes of the whole field, so every element after the first\n"
+           "names the first instead (\"raw_as\" in JSON). A refused message is shown as far\n"
+           "as the module stored it, and the tool's own walk says where and why.",
            options, 1, 1},
           runParse};
 }

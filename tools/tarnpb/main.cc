@@ -1,12 +1,15 @@
 // tarnpb: shows what the protobuf message-type module does with a schema and
 // its messages before they are deployed on a server. It loads the built module
 // the way a server does and drives it through its entry points only.
+#include <google/protobuf/stubs/common.h>
+
 #include <cstdio>
 #include <cstring>
 #include <exception>
 #include <new>
 
 #include "commands.h"
+#include "host/module_loader.h"
 
 namespace {
 
@@ -18,13 +21,23 @@ void printUsage(std::FILE* pOut_) {
   for (const auto& c : tarnpb::commands())
     std::fprintf(pOut_, "  %-10s %s\n", c.spec.name, c.spec.summary);
   std::fprintf(pOut_,
-               "\n'tarnpb COMMAND --help' describes a command. Common options: --proto FILE,\n"
-               "--proto-path DIR (repeatable), --type NAME, --module PATH, --quiet.\n"
+               "\n'tarnpb COMMAND --help' describes a command, 'tarnpb --version' the builds\n"
+               "in use. Common options: --proto FILE, --proto-path DIR (repeatable),\n"
+               "--type NAME, --module PATH, --quiet.\n"
                "The module's log lines go to standard error with their level names.\n"
                "exit status: 0 success, 1 refused by the module or the schema, 2 usage error\n");
 }
 
 bool isHelp(const std::string& arg_) { return arg_ == "--help" || arg_ == "-h"; }
+
+// What an operator quotes in a report: this tool's version, the module it
+// loads by default (TARN_MODULE overrides it) and the libprotobuf it reads
+// schemas with.
+void printVersion() {
+  std::printf("tarnpb %s\nmodule %s\nlibprotobuf %s\n", TARNPB_VERSION,
+              tarn_host::defaultModulePath().c_str(),
+              google::protobuf::internal::VersionString(GOOGLE_PROTOBUF_VERSION).c_str());
+}
 
 int run(int argc_, char** argv_) {
   if (argc_ < 2) {
@@ -32,6 +45,10 @@ int run(int argc_, char** argv_) {
     return tarnpb::exit_usage;
   }
   std::string name = argv_[1];
+  if (name == "--version" || name == "version") {
+    printVersion();
+    return tarnpb::exit_ok;
+  }
   std::vector<std::string> rest(argv_ + 2, argv_ + argc_);
   if (isHelp(name) || name == "help") {
     if (name == "help" && !rest.empty()) {

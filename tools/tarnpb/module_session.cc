@@ -108,7 +108,11 @@ int ModuleSession::traceOnce(const std::string& body_, size_t capacity_, std::st
 std::string ModuleSession::trace(const std::string& body_) const {
   std::string text;
   const size_t limit = maxTraceCapacity(body_.size());
-  for (size_t capacity = first_trace_capacity;; capacity *= 2) {
+  // Trace text is usually one to two times the body: starting there saves
+  // most of the attempts a large body would otherwise take.
+  size_t first = 2 * body_.size();
+  if (first < first_trace_capacity) first = first_trace_capacity;
+  for (size_t capacity = first;; capacity *= 2) {
     if (capacity > limit) capacity = limit;
     const int status = traceOnce(body_, capacity, text);
     if (status == TARN_SUCCESS) return text;

@@ -1,5 +1,8 @@
 #include "printers.h"
 
+#include <vector>
+
+#include "line_writer.h"
 #include "schema.h"
 #include "text_util.h"
 
@@ -13,13 +16,35 @@ const uint32_t invalid = tarn_message_value_invalid_index;
 const size_t tree_value_width = 28;
 const size_t tree_raw_bytes = 12;
 const size_t tree_string_bytes = 24;
+const size_t tree_max_field_width = 40;
+// Text is handed to the stream in pieces of about this size.
+const size_t flush_bytes = size_t{1} << 16;
+
+// Text built entry by entry in one string whose capacity is kept.
+class Sink {
+ public:
+  explicit Sink(std::FILE* pOut_) : _pOut(pOut_) { _text.reserve(2 * flush_bytes); }
+  ~Sink() { flush(); }
+  std::string& text() { return _text; }
+  void lineDone() {
+    if (_text.size() >= flush_bytes) flush();
+  }
+  void flush() {
+    std::fwrite(_text.data(), 1, _text.size(), _pOut);
+    _text.clear();
+  }
+
+ private:
+  std::FILE* _pOut;
+  std::string _text;
+};
 
 bool sameRange(const tarn_message_value_set_entry& a_, const tarn_message_value_set_entry& b_) {
   return a_.raw_bytes != nullptr && a_.raw_bytes == b_.raw_bytes &&
          a_.raw_bytes_length == b_.raw_bytes_length;
 }
 
-std::string kindOf(const tarn_message_value_set_entry& entry_) {
+const char* kindOf(const tarn_message_value_set_entry& entry_) {
   if (entry_.value_mask & tarn_message_xpath_value_mask_long) return "int";
   if (entry_.value_mask & tarn_message_xpath_value_mask_double) return "double";
   if (entry_.string_rep != nullptr) return "string";
@@ -37,158 +62,396 @@ uint32_t expectedHash(const tarn_host::ValueSet& set_, const tarn_message_value_
   return tarn_message_xpath_hash_string(entry_.tag_bytes, entry_.tag_length, seed);
 }
 
-std::string enumNameOf(const ParseView& view_, const std::vector<std::string>& names_,
-                       long value_) {
-  if (view_.pRoot == nullptr) return "";
-  const gp::FieldDescriptor* pField = Schema::fieldAt(view_.pRoot, names_);
-  if (pField == nullptr || pField->enum_type() == nullptr) return "";
+// One entry, interpreted. The strings belong to the walker and hold until the
+// next entry is described.
+struct EntryLine {
+  uint32_t index = 0;
+  int depth = 0;          // 0 for top-level fields
+  bool detached = false;  // its parent is not stored, yet it is not a top-level field
+  const char* pName = nullptr;
+  size_t nameLength = 0;
+  // Dotted names from the top, "?." in front when not known. Built only when
+  // the walker is asked for paths, or for a detached entry.
+  const std::string* pPath = nullptr;
+  const char* kind = "";
+  const gp::FieldDescriptor* pField = nullptr;  // the tool's field, when its place is known
+  bool isDefault = false;  // made from the schema's default: no bytes in the message
+  bool required = false;
+  int64_t sameBytesAs = -1;  // the first entry of the packed block it belongs to, or -1
+};
+
+// Describes the entries of a set in index order. The module stores them in
+// document order, so the entries still open above the current one form a
+// stack: an entry's parent is on it, and what lies above the parent is done.
+class EntryWalker {
+ public:
+  EntryWalker(const ParseView& view_, bool withFields_, bool withPaths_)
+      : _view(view_),
+        _set(*view_.pSet),
+        _base(_set.impl()._baseHash),
+        _withFields(withFields_),
+        _withPaths(withPaths_) {}
+
+  uint32_t size() const { return _set.size(); }
+  const tarn_message_value_set_entry& entry(uint32_t index_) const { return _set[index_]; }
+
+  const EntryLine& describe(uint32_t index_) {
+    const tarn_message_value_set_entry& e = _set[index_];
+    // Parents are stored before their children, so a parent link that does
+    // not point backwards cannot be right and is not followed.
+    const bool parentKnown = e.parent != invalid && e.parent < index_;
+    if (parentKnown) {
+      while (_open != 0 && _frames[_open - 1].index != e.parent) --_open;
+      if (_open == 0) _reopen(e.parent);
+    } else {
+      _open = 0;
+    }
+    Frame& frame = _push(index_);
+    EntryLine& line = _line;
+    line.index = index_;
+    line.depth = frame.depth;
+    line.detached = frame.detached;
+    line.pName = e.tag_bytes ? e.tag_bytes : "?";
+    line.nameLength = e.tag_bytes ? e.tag_length : 1;
+    if (frame.known) {
+      line.pPath = &frame.path;
+    } else {
+      _unknownPath = "?.";
+      _unknownPath.append(line.pName, line.nameLength);
+      line.pPath = &_unknownPath;
+    }
+    line.kind = kindOf(e);
+    line.pField = frame.pField;
+    line.isDefault = e.raw_bytes == nullptr;
+    line.required = (e.value_flags & tarn_message_value_set_entry_flag_required) != 0;
+    int64_t same = -1;
+    if (index_ > 0 && sameRange(_set[index_ - 1], e)) same = int64_t{index_} - 1;
+    if (same >= 0 && _previousSame >= 0) same = _previousSame;
+    line.sameBytesAs = same;
+    _previousSame = same;
+    return line;
+  }
+
+ private:
+  struct Frame {
+    uint32_t index;
+    int depth;
+    bool known;     // the dotted path is known
+    bool detached;  // not placed by its parent links
+    std::string path;
+    const gp::FieldDescriptor* pField;
+  };
+
+  // Pushes the frame of entry index_ over its parent's (the top frame, when
+  // the entry's parent is known).
+  Frame& _push(uint32_t index_) {
+    const tarn_message_value_set_entry& e = _set[index_];
+    const bool parentKnown = e.parent != invalid && e.parent < index_ && _open != 0;
+    if (_open == _frames.size()) _frames.emplace_back();
+    Frame* pParent = parentKnown ? &_frames[_open - 1] : nullptr;
+    Frame& frame = _frames[_open++];
+    frame.index = index_;
+    frame.depth = pParent ? pParent->depth + 1 : 0;
+    frame.pField = nullptr;
+    frame.known = _expectedHash(e) == e.hash && (!pParent || pParent->known);
+    frame.detached = !frame.known;
+    const bool wantField = _withFields && _view.pRoot != nullptr &&
+                           (e.value_mask & tarn_message_xpath_value_mask_long ||
+                            (e.value_mask == 0 && e.string_rep == nullptr));
+    if (frame.known) {
+      if (_withPaths) {
+        if (pParent) {
+          frame.path = pParent->path;
+          frame.path += '.';
+        } else {
+          frame.path.clear();
+        }
+        frame.path.append(e.tag_bytes, e.tag_length);
+      }
+      if (wantField) {
+        const gp::Descriptor* pType =
+            pParent ? (pParent->pField ? pParent->pField->message_type() : nullptr) : _view.pRoot;
+        frame.pField = pType ? _fieldOf(pType, e) : nullptr;
+      }
+    } else if (_view.pKnownPaths != nullptr) {
+      auto known = _view.pKnownPaths->find(e.hash);
+      if (known != _view.pKnownPaths->end()) {
+        frame.known = true;
+        frame.path = known->second;
+        if (wantField) frame.pField = Schema::fieldAt(_view.pRoot, splitPath(frame.path));
+      }
+    }
+    return frame;
+  }
+
+  // The hash is the same for every entry of one field under one parent, and
+  // those come in runs (repeated fields, packed elements): the last is kept.
+  uint32_t _expectedHash(const tarn_message_value_set_entry& entry_) {
+    if (entry_.parent != _hashParent || entry_.tag_bytes != _pHashTag ||
+        entry_.tag_length != _hashTagLength) {
+      _hashParent = entry_.parent;
+      _pHashTag = entry_.tag_bytes;
+      _hashTagLength = entry_.tag_length;
+      _hash = expectedHash(_set, entry_, _base);
+    }
+    return _hash;
+  }
+
+  // Rebuilds the stack for a parent that is not on it: only a set whose
+  // links disagree with its order needs this.
+  void _reopen(uint32_t parent_) {
+    std::vector<uint32_t> chain;
+    for (uint32_t i = parent_;;) {
+      chain.push_back(i);
+      const uint32_t up = _set[i].parent;
+      if (up == invalid || up >= i) break;
+      i = up;
+    }
+    _open = 0;
+    for (auto it = chain.rbegin(); it != chain.rend(); ++it) _push(*it);
+  }
+
+  // The field an entry names in pType_. The module's entries point at its own
+  // descriptors' names, one address per field: repeated fields hit the cache.
+  const gp::FieldDescriptor* _fieldOf(const gp::Descriptor* pType_,
+                                      const tarn_message_value_set_entry& entry_) {
+    if (entry_.tag_bytes == _lastTag && pType_ == _pLastType) return _pLastField;
+    _name.assign(entry_.tag_bytes, entry_.tag_length);
+    _lastTag = entry_.tag_bytes;
+    _pLastType = pType_;
+    _pLastField = pType_->FindFieldByName(_name);
+    return _pLastField;
+  }
+
+  const ParseView& _view;
+  const tarn_host::ValueSet& _set;
+  const uint32_t _base;
+  const bool _withFields;
+  const bool _withPaths;
+  std::vector<Frame> _frames;
+  size_t _open = 0;
+  int64_t _previousSame = -1;
+  EntryLine _line;
+  std::string _unknownPath;
+  std::string _name;
+  uint32_t _hashParent = 0;
+  const char* _pHashTag = nullptr;
+  uint32_t _hashTagLength = 0;
+  uint32_t _hash = 0;
+  const char* _lastTag = nullptr;
+  const gp::Descriptor* _pLastType = nullptr;
+  const gp::FieldDescriptor* _pLastField = nullptr;
+};
+
+// The name of the enum value an int entry holds, or null.
+const std::string* enumNameOf(const EntryLine& line_, int64_t value_) {
+  if (line_.pField == nullptr || line_.pField->enum_type() == nullptr) return nullptr;
   const gp::EnumValueDescriptor* pValue =
-      pField->enum_type()->FindValueByNumber(static_cast<int>(value_));
-  return pValue == nullptr || pValue->number() != value_ ? "" : pValue->name();
+      line_.pField->enum_type()->FindValueByNumber(static_cast<int>(value_));
+  return pValue == nullptr || pValue->number() != value_ ? nullptr : &pValue->name();
+}
+
+// Entries directly below a message entry, along its child links.
+uint32_t childCount(const EntryWalker& walker_, uint32_t index_) {
+  uint32_t count = 0;
+  for (uint32_t i = walker_.entry(index_).first_child;
+       i != invalid && i > index_ && i < walker_.size() && walker_.entry(i).parent == index_;) {
+    ++count;
+    const uint32_t next = walker_.entry(i).next_sibling;
+    if (next <= i) break;
+    i = next;
+  }
+  return count;
+}
+
+void appendIndex(std::string& out_, uint32_t index_) {
+  if (index_ == invalid) {
+    out_ += "null";
+  } else {
+    appendDecimal(out_, index_);
+  }
 }
 
 }  // namespace
-
-std::vector<EntryLine> describeEntries(const ParseView& view_) {
-  const tarn_host::ValueSet& set = *view_.pSet;
-  const uint32_t base = set.impl()._baseHash;
-  std::vector<EntryLine> lines;
-  std::vector<std::vector<std::string>> namePaths;  // per entry, or empty when unknown
-  for (uint32_t i = 0; i < set.size(); ++i) {
-    const tarn_message_value_set_entry& e = set[i];
-    EntryLine line;
-    line.index = i;
-    line.name = e.tag_bytes ? std::string(e.tag_bytes, e.tag_length) : std::string("?");
-    // Parents are stored before their children, so a parent link that does
-    // not point backwards cannot be right and is not followed.
-    const bool parentKnown = e.parent != invalid && e.parent < i;
-    line.depth = parentKnown ? lines[e.parent].depth + 1 : 0;
-    std::vector<std::string> names;
-    if (expectedHash(set, e, base) == e.hash) {
-      if (parentKnown) names = namePaths[e.parent];
-      if (!parentKnown || !names.empty()) names.push_back(line.name);
-    }
-    line.detached = names.empty();
-    if (names.empty() && view_.pKnownPaths != nullptr) {
-      auto known = view_.pKnownPaths->find(e.hash);
-      if (known != view_.pKnownPaths->end()) names = splitPath(known->second);
-    }
-    line.path = names.empty() ? "?." + line.name : "";
-    for (size_t n = 0; n < names.size(); ++n) line.path += (n ? "." : "") + names[n];
-    line.kind = kindOf(e);
-    if (line.kind == "int") {
-      line.value = std::to_string(e.l);
-      if (!names.empty()) line.enumName = enumNameOf(view_, names, e.l);
-    } else if (line.kind == "double") {
-      line.value = formatDouble(e.d);
-    } else if (line.kind == "string") {
-      line.value = quoted(e.string_rep, e.string_rep_length, tree_string_bytes);
-    }
-    line.isDefault = e.raw_bytes == nullptr;
-    line.required = (e.value_flags & tarn_message_value_set_entry_flag_required) != 0;
-    line.sameBytesAs = i > 0 && sameRange(set[i - 1], e) ? static_cast<int>(i) - 1 : -1;
-    if (line.sameBytesAs >= 0 && lines[i - 1].sameBytesAs >= 0)
-      line.sameBytesAs = lines[i - 1].sameBytesAs;
-    lines.push_back(line);
-    namePaths.push_back(names);
-  }
-  return lines;
-}
 
 void printTree(std::FILE* pOut_, const ParseView& view_) {
   const tarn_host::ValueSet& set = *view_.pSet;
-  const std::vector<EntryLine> lines = describeEntries(view_);
-  if (!view_.title.empty()) std::fprintf(pOut_, "%s: ", view_.title.c_str());
-  std::fprintf(pOut_, "%s, %zu bytes, %u %s%s", view_.typeName.c_str(), view_.pBody->size(),
-               set.size(), set.size() == 1 ? "entry" : "entries",
-               view_.partial ? " kept by the find set" : "");
-  if (view_.status != 0) std::fprintf(pOut_, ", parse FAILED with status %d", view_.status);
-  std::fprintf(pOut_, "\n");
-  if (lines.empty()) return;
+  Sink sink(pOut_);
+  std::string& out = sink.text();
+  if (!view_.title.empty()) out += view_.title + ": ";
+  out += view_.typeName + ", ";
+  appendDecimal(out, static_cast<uint64_t>(view_.pBody->size()));
+  out += " bytes, ";
+  appendDecimal(out, set.size());
+  out += set.size() == 1 ? " entry" : " entries";
+  if (view_.partial) out += " kept by the find set";
+  if (view_.status != 0) {
+    out += ", parse FAILED with status ";
+    appendDecimal(out, static_cast<int64_t>(view_.status));
+  }
+  out += '\n';
+  if (set.size() == 0) return;
 
+  // A first walk for the width of the field column.
   size_t fieldWidth = 5;
   bool anyRequired = false;
-  for (const auto& l : lines) {
-    const size_t width = 2 * static_cast<size_t>(l.depth) + (l.detached ? l.path : l.name).size() +
-                         (l.required ? 1 : 0);
-    if (width > fieldWidth) fieldWidth = width;
-    anyRequired = anyRequired || l.required;
+  {
+    EntryWalker widths(view_, false, false);
+    for (uint32_t i = 0; i < set.size() && fieldWidth < tree_max_field_width; ++i) {
+      const EntryLine& l = widths.describe(i);
+      const size_t width = 2 * static_cast<size_t>(l.depth) +
+                           (l.detached ? l.pPath->size() : l.nameLength) + (l.required ? 1 : 0);
+      if (width > fieldWidth) fieldWidth = width;
+    }
+    for (uint32_t i = 0; i < set.size() && !anyRequired; ++i)
+      anyRequired = (set[i].value_flags & tarn_message_value_set_entry_flag_required) != 0;
   }
-  if (fieldWidth > 40) fieldWidth = 40;
-  std::vector<uint32_t> children(set.size(), 0);
-  for (const auto& l : lines) {
-    const uint32_t parent = set[l.index].parent;
-    if (parent < l.index) ++children[parent];
-  }
-  std::fprintf(pOut_, "%5s  %-10s  %s  %-7s  %s  %s\n", "#", "hash",
-               fit("field", fieldWidth).c_str(), "kind", fit("value", tree_value_width).c_str(),
-               "raw bytes");
-  for (const auto& l : lines) {
-    const tarn_message_value_set_entry& e = set[l.index];
+  if (fieldWidth > tree_max_field_width) fieldWidth = tree_max_field_width;
+
+  out += "    #  hash        ";
+  appendFitted(out, "field", 5, fieldWidth);
+  out += "  kind     ";
+  appendFitted(out, "value", 5, tree_value_width);
+  out += "  raw bytes\n";
+  EntryWalker walker(view_, true, false);
+  std::string scratch;
+  for (uint32_t i = 0; i < set.size(); ++i) {
+    const EntryLine& l = walker.describe(i);
+    const tarn_message_value_set_entry& e = set[i];
+    LineWriter line(out);
+    line.decimal(i, 5);
+    line.put("  ", 2);
+    line.hash(e.hash);
+    line.put("  ", 2);
     // An entry kept without its enclosing message is named by its whole path.
-    std::string field =
-        std::string(2 * static_cast<size_t>(l.depth), ' ') + (l.detached ? l.path : l.name);
-    if (l.required) field += "*";
-    std::string value = l.value;
-    if (!l.enumName.empty()) value += " (" + l.enumName + ")";
-    if (l.kind == "message") {
-      const uint32_t count = children[l.index];
-      value = count == 1 ? "1 child" : std::to_string(count) + " children";
-    }
-    std::string raw;
-    if (l.isDefault) {
-      raw = "-- schema default";
-    } else if (l.sameBytesAs >= 0) {
-      raw = "= #" + std::to_string(l.sameBytesAs) + " (packed)";
+    char* pStart = line.mark();
+    const size_t keep = fieldWidth + 1;  // enough to know that it is cut
+    size_t indent = 2 * static_cast<size_t>(l.depth);
+    line.spaces(indent < keep ? indent : keep);
+    const size_t room = indent < keep ? keep - indent : 0;
+    if (l.detached) {
+      line.bounded(l.pPath->data(), l.pPath->size(), room);
     } else {
-      raw = hexBytes(e.raw_bytes, e.raw_bytes_length, tree_raw_bytes);
+      line.bounded(l.pName, l.nameLength, room);
     }
-    std::fprintf(pOut_, "%5u  %s  %s  %-7s  %s  %s\n", l.index, hashHex(e.hash).c_str(),
-                 fit(field, fieldWidth).c_str(), l.kind.c_str(),
-                 fit(value, tree_value_width).c_str(), raw.c_str());
+    if (l.required) line.put('*');
+    line.fit(pStart, fieldWidth);
+    line.put("  ", 2);
+    line.put(l.kind, std::char_traits<char>::length(l.kind));
+    line.fit(line.mark() - std::char_traits<char>::length(l.kind), 7);
+    line.put("  ", 2);
+    pStart = line.mark();
+    if (l.kind[0] == 'i') {
+      line.decimal(static_cast<int64_t>(e.l));
+      if (const std::string* pName = enumNameOf(l, e.l)) {
+        line.put(" (", 2);
+        line.bounded(pName->data(), pName->size(), tree_value_width + 1);
+        line.put(')');
+      }
+    } else if (l.kind[0] == 'd' || l.kind[0] == 's') {
+      scratch.clear();
+      if (l.kind[0] == 'd') {
+        appendDouble(scratch, e.d);
+      } else {
+        appendQuoted(scratch, e.string_rep, e.string_rep_length, tree_string_bytes);
+      }
+      line.bounded(scratch.data(), scratch.size(), tree_value_width + 1);
+    } else {
+      const uint32_t count = childCount(walker, i);
+      line.decimal(count);
+      if (count == 1) {
+        line.put(" child", 6);
+      } else {
+        line.put(" children", 9);
+      }
+    }
+    line.fit(pStart, tree_value_width);
+    line.put("  ", 2);
+    if (l.isDefault) {
+      line.put("-- schema default", 17);
+    } else if (l.sameBytesAs >= 0) {
+      line.put("= #", 3);
+      line.decimal(l.sameBytesAs);
+      line.put(" (packed)", 9);
+    } else {
+      line.hex(e.raw_bytes, e.raw_bytes_length, tree_raw_bytes);
+    }
+    line.put('\n');
+    line.done();
+    sink.lineDone();
   }
-  if (anyRequired) std::fprintf(pOut_, "(* required field)\n");
+  if (anyRequired) out += "(* required field)\n";
 }
-
-namespace {
-
-std::string jsonIndex(uint32_t index_) {
-  return index_ == invalid ? "null" : std::to_string(index_);
-}
-
-}  // namespace
 
 void printJson(std::FILE* pOut_, const ParseView& view_) {
   const tarn_host::ValueSet& set = *view_.pSet;
-  const std::vector<EntryLine> lines = describeEntries(view_);
-  std::fprintf(pOut_, "{\"type\":%s,\"bytes\":%zu,\"status\":%d,\"partial\":%s,\"entries\":[",
-               jsonString(view_.typeName).c_str(), view_.pBody->size(), view_.status,
-               view_.partial ? "true" : "false");
-  for (size_t n = 0; n < lines.size(); ++n) {
-    const EntryLine& l = lines[n];
-    const tarn_message_value_set_entry& e = set[l.index];
-    std::string out = n ? ",\n " : "\n ";
-    out += "{\"index\":" + std::to_string(l.index) + ",\"name\":" + jsonString(l.name) +
-           ",\"path\":" + jsonString(l.path) + ",\"hash\":" + std::to_string(e.hash) +
-           ",\"depth\":" + std::to_string(l.depth) + ",\"parent\":" + jsonIndex(e.parent) +
-           ",\"first_child\":" + jsonIndex(e.first_child) +
-           ",\"next_sibling\":" + jsonIndex(e.next_sibling) + ",\"kind\":\"" + l.kind + "\"";
-    if (l.kind == "int") {
-      out += ",\"value\":" + std::to_string(e.l);
-    } else if (l.kind == "double") {
-      const std::string text = formatDouble(e.d);
-      const bool finite = text.find_first_of("ni") == std::string::npos;
-      out += ",\"value\":" + (finite ? text : jsonString(text));
-    } else if (l.kind == "string") {
-      out += ",\"value\":" + jsonString(e.string_rep, e.string_rep_length);
+  Sink sink(pOut_);
+  std::string& out = sink.text();
+  out += "{\"type\":";
+  appendJsonString(out, view_.typeName);
+  out += ",\"bytes\":";
+  appendDecimal(out, static_cast<uint64_t>(view_.pBody->size()));
+  out += ",\"status\":";
+  appendDecimal(out, static_cast<int64_t>(view_.status));
+  out += view_.partial ? ",\"partial\":true,\"entries\":[" : ",\"partial\":false,\"entries\":[";
+  EntryWalker walker(view_, true, true);
+  for (uint32_t i = 0; i < set.size(); ++i) {
+    const EntryLine& l = walker.describe(i);
+    const tarn_message_value_set_entry& e = set[i];
+    out += i ? ",\n {\"index\":" : "\n {\"index\":";
+    appendDecimal(out, i);
+    out += ",\"name\":";
+    appendJsonString(out, l.pName, l.nameLength);
+    out += ",\"path\":";
+    appendJsonString(out, *l.pPath);
+    out += ",\"hash\":";
+    appendDecimal(out, e.hash);
+    out += ",\"depth\":";
+    appendDecimal(out, static_cast<int64_t>(l.depth));
+    out += ",\"parent\":";
+    appendIndex(out, e.parent);
+    out += ",\"first_child\":";
+    appendIndex(out, e.first_child);
+    out += ",\"next_sibling\":";
+    appendIndex(out, e.next_sibling);
+    out += ",\"kind\":\"";
+    out += l.kind;
+    out += '"';
+    if (l.kind[0] == 'i') {
+      out += ",\"value\":";
+      appendDecimal(out, static_cast<int64_t>(e.l));
+      if (const std::string* pName = enumNameOf(l, e.l)) {
+        out += ",\"enum\":";
+        appendJsonString(out, *pName);
+      }
+    } else if (l.kind[0] == 'd') {
+      out += ",\"value\":";
+      const size_t start = out.size();
+      appendDouble(out, e.d);
+      // nan and inf are no JSON numbers: they go as strings.
+      if (out.find_first_of("ni", start) != std::string::npos) {
+        const std::string text = out.substr(start);
+        out.resize(start);
+        appendJsonString(out, text);
+      }
+    } else if (l.kind[0] == 's') {
+      out += ",\"value\":";
+      appendJsonString(out, e.string_rep, e.string_rep_length);
     }
-    if (!l.enumName.empty()) out += ",\"enum\":" + jsonString(l.enumName);
-    out += std::string(",\"default\":") + (l.isDefault ? "true" : "false") +
-           ",\"required\":" + (l.required ? "true" : "false") + ",\"raw\":\"" +
-           (e.raw_bytes ? hexCompact(e.raw_bytes, e.raw_bytes_length) : "") + "\"}";
-    std::fputs(out.c_str(), pOut_);
+    out += l.isDefault ? ",\"default\":true" : ",\"default\":false";
+    out += l.required ? ",\"required\":true" : ",\"required\":false";
+    if (l.sameBytesAs >= 0) {
+      out += ",\"raw_as\":";
+      appendDecimal(out, l.sameBytesAs);
+      out += '}';
+    } else {
+      out += ",\"raw\":\"";
+      if (e.raw_bytes) appendHexCompact(out, e.raw_bytes, e.raw_bytes_length);
+      out += "\"}";
+    }
+    sink.lineDone();
   }
-  std::fprintf(pOut_, "%s]}\n", lines.empty() ? "" : "\n");
+  out += set.size() == 0 ? "]}\n" : "\n]}\n";
 }
 
 }  // namespace tarnpb

@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <map>
 #include <string>
-#include <vector>
 
 #include "host/value_set.h"
 
@@ -30,23 +29,10 @@ struct ParseView {
   const std::map<uint32_t, std::string>* pKnownPaths = nullptr;
 };
 
-// One entry, interpreted.
-struct EntryLine {
-  uint32_t index;
-  int depth;         // 0 for top-level fields
-  std::string path;  // dotted names from the top; "?." in front when not known
-  bool detached;     // its parent is not stored, yet it is not a top-level field
-  std::string name;
-  std::string kind;      // int, double, string, message
-  std::string value;     // as shown in the tree
-  std::string enumName;  // the enum value's name, when the schema knows it
-  bool isDefault;        // made from the schema's default: no bytes in the message
-  bool required;
-  int sameBytesAs;  // index of the previous entry with the same byte range, or -1
-};
-
-std::vector<EntryLine> describeEntries(const ParseView& view_);
-
+// Both print as they go, through a buffer of the standard library's stream:
+// output is linear in the entries and memory constant beside the value set.
+// The elements of a packed field all carry the whole field's bytes; every
+// element after the first names the first instead of repeating them.
 void printTree(std::FILE* pOut_, const ParseView& view_);
 void printJson(std::FILE* pOut_, const ParseView& view_);
 

@@ -1,7 +1,9 @@
 #include "text_util.h"
 
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace tarnpb {
 
@@ -11,66 +13,106 @@ const char hex_digits[] = "0123456789abcdef";
 
 bool printable(unsigned char c_) { return c_ >= 0x20 && c_ < 0x7F; }
 
+void appendByteHex(std::string& out_, unsigned char c_) {
+  out_ += hex_digits[c_ >> 4];
+  out_ += hex_digits[c_ & 15];
+}
+
+template <typename T>
+void appendInteger(std::string& out_, T value_) {
+  char text[24];
+  const auto result = std::to_chars(text, text + sizeof text, value_);
+  out_.append(text, result.ptr);
+}
+
 }  // namespace
+
+char* writeHex(char* p_, const char* pData_, size_t length_) {
+  for (size_t i = 0; i < length_; ++i) {
+    const auto c = static_cast<unsigned char>(pData_[i]);
+    if (i) *p_++ = ' ';
+    *p_++ = hex_digits[c >> 4];
+    *p_++ = hex_digits[c & 15];
+  }
+  return p_;
+}
+
+char* writeHash(char* p_, uint32_t hash_) {
+  *p_++ = '0';
+  *p_++ = 'x';
+  for (int shift = 28; shift >= 0; shift -= 4) *p_++ = hex_digits[(hash_ >> shift) & 15];
+  return p_;
+}
+
+void appendHex(std::string& out_, const char* pData_, size_t length_, size_t maxBytes_) {
+  const size_t shown = maxBytes_ != 0 && length_ > maxBytes_ ? maxBytes_ : length_;
+  // In pieces of a local buffer: one append per piece, not three per byte.
+  char text[3 * 64];
+  for (size_t done = 0; done < shown;) {
+    const size_t count = shown - done < 64 ? shown - done : 64;
+    if (done) out_ += ' ';
+    out_.append(text, static_cast<size_t>(writeHex(text, pData_ + done, count) - text));
+    done += count;
+  }
+  if (shown < length_) {
+    out_ += " ... (";
+    appendDecimal(out_, static_cast<uint64_t>(length_));
+    out_ += " bytes)";
+  }
+}
 
 std::string hexBytes(const char* pData_, size_t length_, size_t maxBytes_) {
   std::string out;
-  const size_t shown = maxBytes_ != 0 && length_ > maxBytes_ ? maxBytes_ : length_;
-  for (size_t i = 0; i < shown; ++i) {
-    const unsigned char c = static_cast<unsigned char>(pData_[i]);
-    if (i) out += ' ';
-    out += hex_digits[c >> 4];
-    out += hex_digits[c & 15];
-  }
-  if (shown < length_) out += " ... (" + std::to_string(length_) + " bytes)";
+  appendHex(out, pData_, length_, maxBytes_);
   return out;
 }
 
-std::string hexCompact(const char* pData_, size_t length_) {
-  std::string out;
-  out.reserve(length_ * 2);
-  for (size_t i = 0; i < length_; ++i) {
-    const unsigned char c = static_cast<unsigned char>(pData_[i]);
-    out += hex_digits[c >> 4];
-    out += hex_digits[c & 15];
+void appendHexCompact(std::string& out_, const char* pData_, size_t length_) {
+  char text[2 * 64];
+  for (size_t done = 0; done < length_;) {
+    const size_t count = length_ - done < 64 ? length_ - done : 64;
+    for (size_t i = 0; i < count; ++i) {
+      const auto c = static_cast<unsigned char>(pData_[done + i]);
+      text[2 * i] = hex_digits[c >> 4];
+      text[2 * i + 1] = hex_digits[c & 15];
+    }
+    out_.append(text, 2 * count);
+    done += count;
   }
-  return out;
 }
 
-std::string quoted(const char* pData_, size_t length_, size_t maxBytes_) {
-  std::string out = "\"";
+void appendQuoted(std::string& out_, const char* pData_, size_t length_, size_t maxBytes_) {
+  out_ += '"';
   const size_t shown = maxBytes_ != 0 && length_ > maxBytes_ ? maxBytes_ : length_;
   for (size_t i = 0; i < shown; ++i) {
     const unsigned char c = static_cast<unsigned char>(pData_[i]);
     switch (c) {
       case '"':
-        out += "\\\"";
+        out_ += "\\\"";
         break;
       case '\\':
-        out += "\\\\";
+        out_ += "\\\\";
         break;
       case '\n':
-        out += "\\n";
+        out_ += "\\n";
         break;
       case '\t':
-        out += "\\t";
+        out_ += "\\t";
         break;
       case '\r':
-        out += "\\r";
+        out_ += "\\r";
         break;
       default:
         if (printable(c)) {
-          out += static_cast<char>(c);
+          out_ += static_cast<char>(c);
         } else {
-          out += "\\x";
-          out += hex_digits[c >> 4];
-          out += hex_digits[c & 15];
+          out_ += "\\x";
+          appendByteHex(out_, c);
         }
     }
   }
-  out += '"';
-  if (shown < length_) out += "...";
-  return out;
+  out_ += '"';
+  if (shown < length_) out_ += "...";
 }
 
 std::string escapeBinary(const std::string& text_) {
@@ -82,52 +124,75 @@ std::string escapeBinary(const std::string& text_) {
       out += ch;
     } else {
       out += "\\x";
-      out += hex_digits[c >> 4];
-      out += hex_digits[c & 15];
+      appendByteHex(out, c);
     }
   }
   return out;
 }
 
-std::string jsonString(const char* pData_, size_t length_) {
-  std::string out = "\"";
+void appendJsonString(std::string& out_, const char* pData_, size_t length_) {
+  out_ += '"';
   for (size_t i = 0; i < length_; ++i) {
     const unsigned char c = static_cast<unsigned char>(pData_[i]);
     if (c == '"') {
-      out += "\\\"";
+      out_ += "\\\"";
     } else if (c == '\\') {
-      out += "\\\\";
+      out_ += "\\\\";
     } else if (printable(c)) {
-      out += static_cast<char>(c);
+      out_ += static_cast<char>(c);
     } else {
-      out += "\\u00";
-      out += hex_digits[c >> 4];
-      out += hex_digits[c & 15];
+      out_ += "\\u00";
+      appendByteHex(out_, c);
     }
   }
-  out += '"';
-  return out;
+  out_ += '"';
 }
 
-std::string formatDouble(double value_) {
+void appendDecimal(std::string& out_, int64_t value_) { appendInteger(out_, value_); }
+void appendDecimal(std::string& out_, uint64_t value_) { appendInteger(out_, value_); }
+
+void appendDecimal(std::string& out_, uint32_t value_, size_t width_) {
+  char text[16];
+  const auto result = std::to_chars(text, text + sizeof text, value_);
+  const size_t length = static_cast<size_t>(result.ptr - text);
+  if (length < width_) out_.append(width_ - length, ' ');
+  out_.append(text, length);
+}
+
+void appendDouble(std::string& out_, double value_) {
   char text[64];
   for (int precision = 6; precision <= 17; ++precision) {
     std::snprintf(text, sizeof text, "%.*g", precision, value_);
     if (std::strtod(text, nullptr) == value_) break;
   }
-  return text;
+  out_ += text;
 }
 
-std::string hashHex(uint32_t hash_) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08x", hash_);
-  return text;
+void appendHash(std::string& out_, uint32_t hash_) {
+  char text[10];
+  out_.append(text, static_cast<size_t>(writeHash(text, hash_) - text));
 }
 
-std::string fit(const std::string& text_, size_t width_) {
-  if (text_.size() <= width_) return text_ + std::string(width_ - text_.size(), ' ');
-  if (width_ <= 3) return text_.substr(0, width_);
-  return text_.substr(0, width_ - 3) + "...";
+char* fitAt(char* p_, size_t length_, size_t width_) {
+  if (length_ <= width_) {
+    std::memset(p_ + length_, ' ', width_ - length_);
+  } else if (width_ > 3) {
+    std::memcpy(p_ + width_ - 3, "...", 3);
+  }
+  return p_ + width_;
+}
+
+void fitFrom(std::string& out_, size_t start_, size_t width_) {
+  const size_t length = out_.size() - start_;
+  if (length < width_) out_.resize(start_ + width_);
+  char* const pEnd = fitAt(&out_[start_], length, width_);
+  out_.resize(static_cast<size_t>(pEnd - out_.data()));
+}
+
+void appendFitted(std::string& out_, const char* pText_, size_t length_, size_t width_) {
+  const size_t start = out_.size();
+  out_.append(pText_, length_);
+  fitFrom(out_, start, width_);
 }
 
 }  // namespace tarnpb

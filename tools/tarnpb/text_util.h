@@ -1,5 +1,7 @@
 // Small text helpers shared by the printers: hex dumps, quoting for the
-// terminal and for JSON, numbers written so that they read back exactly.
+// terminal and for JSON, numbers written so that they read back exactly. Each
+// appends to a string the caller reuses, so that printing a value set costs no
+// allocation per entry; the forms returning a string are for one-off lines.
 #ifndef TARN_TOOLS_TARNPB_TEXT_UTIL_H
 #define TARN_TOOLS_TARNPB_TEXT_UTIL_H
 
@@ -9,15 +11,22 @@
 
 namespace tarnpb {
 
+// "08 96 01" for the length_ bytes at pData_, written at p_ (3 * length_ - 1
+// characters, none for no bytes); returns the end of what was written.
+char* writeHex(char* p_, const char* pData_, size_t length_);
+// "0x1d5b3c2a", ten characters written at p_; returns their end.
+char* writeHash(char* p_, uint32_t hash_);
+
 // "08 96 01"; past maxBytes_ (0: no limit) the rest is summarised as
 // " ... (N bytes)".
+void appendHex(std::string& out_, const char* pData_, size_t length_, size_t maxBytes_ = 0);
 std::string hexBytes(const char* pData_, size_t length_, size_t maxBytes_ = 0);
 // "089601": the compact form for JSON.
-std::string hexCompact(const char* pData_, size_t length_);
+void appendHexCompact(std::string& out_, const char* pData_, size_t length_);
 
 // The bytes between double quotes, C-style escapes for quotes, backslashes and
 // anything not printable ASCII; past maxBytes_ (0: no limit) cut with "...".
-std::string quoted(const char* pData_, size_t length_, size_t maxBytes_ = 0);
+void appendQuoted(std::string& out_, const char* pData_, size_t length_, size_t maxBytes_ = 0);
 
 // The bytes as they are, except those outside printable ASCII, which become
 // \xNN so that binary trace text cannot upset a terminal.
@@ -25,19 +34,31 @@ std::string escapeBinary(const std::string& text_);
 
 // A JSON string literal. Bytes outside printable ASCII become \u00XX, one per
 // byte, so any byte string gives valid JSON that names its bytes exactly.
-std::string jsonString(const char* pData_, size_t length_);
-inline std::string jsonString(const std::string& text_) {
-  return jsonString(text_.data(), text_.size());
+void appendJsonString(std::string& out_, const char* pData_, size_t length_);
+inline void appendJsonString(std::string& out_, const std::string& text_) {
+  appendJsonString(out_, text_.data(), text_.size());
 }
 
+void appendDecimal(std::string& out_, int64_t value_);
+void appendDecimal(std::string& out_, uint64_t value_);
+// Right-aligned in width_ columns.
+void appendDecimal(std::string& out_, uint32_t value_, size_t width_ = 0);
 // The shortest "%g" form that reads back as the same double.
-std::string formatDouble(double value_);
+void appendDouble(std::string& out_, double value_);
 
 // "0x1d5b3c2a"
-std::string hashHex(uint32_t hash_);
+void appendHash(std::string& out_, uint32_t hash_);
 
-// Pads (or cuts, ending in "...") to exactly width_ characters.
-std::string fit(const std::string& text_, size_t width_);
+// Pads (or cuts, ending in "...") the length_ characters at p_ to exactly
+// width_; room for width_ characters must follow p_. Returns their end.
+char* fitAt(char* p_, size_t length_, size_t width_);
+// The same for what out_ holds from start_ on.
+void fitFrom(std::string& out_, size_t start_, size_t width_);
+// Appends the text fitted to width_ as fitFrom does.
+void appendFitted(std::string& out_, const char* pText_, size_t length_, size_t width_);
+inline void appendFitted(std::string& out_, const std::string& text_, size_t width_) {
+  appendFitted(out_, text_.data(), text_.size(), width_);
+}
 
 }  // namespace tarnpb
 
