@@ -43,6 +43,9 @@ cmake -S "$examples/c_host" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$stage" >/dev/
 cmake --build "$work/cmake" >/dev/null
 run_c_host "$work/cmake/c_host" cmake-package
 
+"$stage/bin/tarnpb" --version >"$work/version.out"
+grep -qx "tarnpb $version" "$work/version.out" || fail "tarnpb --version does not say $version"
+grep -qx "module $module" "$work/version.out" || fail "the installed tarnpb does not name the installed module"
 "$stage/bin/tarnpb" demo --quiet >"$work/demo.out" 2>&1 || { cat "$work/demo.out"; fail "installed tarnpb demo"; }
 grep -qx "module $module" "$work/demo.out" || fail "the installed tarnpb did not load the installed module"
 
