@@ -205,23 +205,16 @@ TEST(Merge, AppendsBehindTheSegmentsContentAndReturnsTheWholeCount) {
   EXPECT_EQ(35, returned);
 }
 
-// Messages nested `levels_` deep in field 1, the innermost holding `leaf_`.
-std::string nest(unsigned levels_, const std::string& leaf_) {
-  std::string body = leaf_;
-  for (unsigned i = 0; i < levels_; ++i) body = Body().str(1, body);
-  return body;
-}
-
 TEST(Merge, DepthLimitAndSharedSubtreesEnd) {
   for (unsigned levels : {99u, 100u, 300u}) {
     tarn_host::ValueSet update, stored;
     SetBuilder u(update), s(stored);
-    const std::string updateBody = nest(levels, Body().varint(2, 1));
+    const std::string updateBody = wire::nestedChain(levels, Body().varint(2, 1));
     u.fill(updateBody, Shape{{1}, {}, {}});
-    s.fill(nest(levels, Body().varint(3, 1)), Shape{{1}, {}, {}});
+    s.fill(wire::nestedChain(levels, Body().varint(3, 1)), Shape{{1}, {}, {}});
     // Up to 100 levels both innermost fields meet; deeper, the update's
     // message at the limit replaces the stored one whole.
-    const std::string merged = nest(levels, Body().varint(2, 1).varint(3, 1));
+    const std::string merged = wire::nestedChain(levels, Body().varint(2, 1).varint(3, 1));
     EXPECT_EQ(hex(levels <= 100 ? merged : updateBody), hex(runMerge(update, stored))) << levels;
   }
   // Two entries per level, both naming the next level as their children: a

@@ -27,7 +27,7 @@ TEST(Varint, MinimalAndFixedSizeBytes) {
   for (const auto& [value, bytes, text] : minimal) {
     char buffer[16] = {};
     char* p = buffer;
-    EXPECT_EQ(bytes, S::_bytesForVarint(value)) << value;
+    EXPECT_EQ(bytes, varintSize(value)) << value;
     S::_writeVarint(p, value);
     EXPECT_EQ(text, hex(std::string(buffer, p - buffer))) << value;
   }

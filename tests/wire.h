@@ -109,16 +109,18 @@ inline std::string packedVarints(std::initializer_list<uint64_t> values) {
   return out;
 }
 
-// `levels` messages nested in field 1, innermost empty, built from the inside
-// out in linear time (concatenating would copy quadratically at 100,000 levels).
-inline std::string nestedChain(size_t levels) {
+// `levels` messages nested in field 1 around `leaf` (the innermost body),
+// built from the inside out in linear time (concatenating would copy
+// quadratically at 100,000 levels).
+inline std::string nestedChain(size_t levels, const std::string& leaf = "") {
   std::vector<size_t> payload(levels + 1, 0);  // payload[k]: length of level k's body
+  payload[levels] = leaf.size();
   for (size_t k = levels; k-- > 0;)
     payload[k] = 1 + varintBytes(payload[k + 1]).size() + payload[k + 1];
   std::string out;
   out.reserve(payload[0]);
   for (size_t k = 1; k <= levels; ++k) out += "\x0A" + varintBytes(payload[k]);
-  return out;
+  return out + leaf;
 }
 
 }  // namespace wire

@@ -3,38 +3,42 @@
 #include <climits>
 #include <cstring>
 
-#include "tarn_protobuf_message_type.h"
 #include "util/base/cstring.h"
-#include "wire_type.h"
+#include "wire_format.h"
 
 using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
 
 namespace {
 
-// Fixed-width values are little-endian in the wire format, as on the hosts this
-// module runs on; memcpy because they sit at any byte position.
-template <typename T>
-bool readFixed(const char*& pSrc_, const char* pEnd_, T& value_) {
-  if (static_cast<size_t>(pEnd_ - pSrc_) < sizeof(T)) return false;
-  std::memcpy(&value_, pSrc_, sizeof(T));
-  pSrc_ += sizeof(T);
+// A fixed-width value that must end before pEnd_; false when it is cut off.
+bool readFixed32(const char*& pSrc_, const char* pEnd_, uint32_t& bits_) {
+  if (pEnd_ - pSrc_ < 4) return false;
+  bits_ = loadFixed32(pSrc_);
+  pSrc_ += 4;
   return true;
 }
 
-}  // namespace
-
-int tarn_protobuf_message_type::trace(const tarn_trace_buffer* pTraceBuffer_,
-                                      tarn_trace_output_buffer* pOutputBuffer_) const {
-  tarn_protobuf_v2_tracer tracer(_pRootDescriptor, pOutputBuffer_);
-  try {
-    tracer.trace(pTraceBuffer_);
-  } catch (const trace_output_stream::trace_output_exception&) {
-    // The buffer keeps the text that fitted; the host learns only that it is cut.
-    return TARN_FAILURE;
-  }
-  return TARN_SUCCESS;
+bool readFixed64(const char*& pSrc_, const char* pEnd_, uint64_t& bits_) {
+  if (pEnd_ - pSrc_ < 8) return false;
+  bits_ = loadFixed64(pSrc_);
+  pSrc_ += 8;
+  return true;
 }
+
+double asDouble(uint64_t bits_) {
+  double value;
+  std::memcpy(&value, &bits_, sizeof value);
+  return value;
+}
+
+double widenFloat(uint32_t bits_) {
+  float value;
+  std::memcpy(&value, &bits_, sizeof value);
+  return value;
+}
+
+}  // namespace
 
 void tarn_protobuf_v2_tracer::trace(const tarn_trace_buffer* pMessage_) {
   _os << "protobuf(";
@@ -89,12 +93,10 @@ bool tarn_protobuf_v2_tracer::_traceField(const FieldDescriptor* pField_, uint32
     }
     case FIXED64: {
       uint64_t bits;
-      if (!readFixed(pSrc_, pEnd_, bits)) return false;
+      if (!readFixed64(pSrc_, pEnd_, bits)) return false;
       _key(pField_, first_);
       if (pField_->type() == FieldDescriptor::TYPE_DOUBLE) {
-        double value;
-        std::memcpy(&value, &bits, sizeof(value));
-        _os << value;
+        _os << asDouble(bits);
       } else {
         _os << static_cast<int64_t>(bits);
       }
@@ -102,12 +104,10 @@ bool tarn_protobuf_v2_tracer::_traceField(const FieldDescriptor* pField_, uint32
     }
     case FIXED32: {
       uint32_t bits;
-      if (!readFixed(pSrc_, pEnd_, bits)) return false;
+      if (!readFixed32(pSrc_, pEnd_, bits)) return false;
       _key(pField_, first_);
       if (pField_->type() == FieldDescriptor::TYPE_FLOAT) {
-        float value;
-        std::memcpy(&value, &bits, sizeof(value));
-        _os << static_cast<double>(value);
+        _os << widenFloat(bits);
       } else {
         _os << static_cast<int32_t>(bits);
       }
@@ -122,7 +122,7 @@ bool tarn_protobuf_v2_tracer::_traceField(const FieldDescriptor* pField_, uint32
         _key(pField_, first_);
         _tracePacked(pField_->type(), pSrc_, length);
       } else if (pField_->type() == FieldDescriptor::TYPE_MESSAGE) {
-        if (depth_ + 1 >= trace_max_depth) return false;
+        if (!mayNest(depth_)) return false;
         _key(pField_, first_);
         const tarn_trace_buffer nested = {pSrc_, length};
         _trace(&nested, pField_->message_type(), depth_ + 1);
@@ -154,50 +154,41 @@ void tarn_protobuf_v2_tracer::_tracePacked(Type type_, const char* pSrc_, size_t
 
 bool tarn_protobuf_v2_tracer::_tracePackedElement(Type type_, const char*& pSrc_, const char* pEnd_,
                                                   bool first_) {
-  uint64_t varint;
-  uint32_t bits32;
-  uint64_t bits64;
-  switch (type_) {
-    case FieldDescriptor::TYPE_INT32:
-    case FieldDescriptor::TYPE_INT64:
-    case FieldDescriptor::TYPE_UINT32:
-    case FieldDescriptor::TYPE_UINT64:
-    case FieldDescriptor::TYPE_BOOL:
-    case FieldDescriptor::TYPE_ENUM:
-      if (!readVarint(pSrc_, pEnd_, varint)) return false;
-      _separator(first_) << varint;
-      return true;
-    case FieldDescriptor::TYPE_SINT32:
-    case FieldDescriptor::TYPE_SINT64:
-      if (!readVarint(pSrc_, pEnd_, varint)) return false;
-      _separator(first_) << zigzagDecode(varint);
-      return true;
-    case FieldDescriptor::TYPE_FIXED32:
-      if (!readFixed(pSrc_, pEnd_, bits32)) return false;
-      _separator(first_) << bits32;
-      return true;
-    case FieldDescriptor::TYPE_SFIXED32:
-      if (!readFixed(pSrc_, pEnd_, bits32)) return false;
-      _separator(first_) << static_cast<int32_t>(bits32);
-      return true;
-    case FieldDescriptor::TYPE_FIXED64:
-      if (!readFixed(pSrc_, pEnd_, bits64)) return false;
-      _separator(first_) << bits64;
-      return true;
-    case FieldDescriptor::TYPE_SFIXED64:
-      if (!readFixed(pSrc_, pEnd_, bits64)) return false;
-      _separator(first_) << static_cast<int64_t>(bits64);
-      return true;
-    case FieldDescriptor::TYPE_DOUBLE: {
-      double value;
-      if (!readFixed(pSrc_, pEnd_, value)) return false;
+  switch (travelOf(type_)) {
+    case travel_varint: {
+      uint64_t value;
+      if (!readVarint(pSrc_, pEnd_, value)) return false;
       _separator(first_) << value;
       return true;
     }
-    case FieldDescriptor::TYPE_FLOAT: {
-      float value;
-      if (!readFixed(pSrc_, pEnd_, value)) return false;
-      _separator(first_) << static_cast<double>(value);
+    case travel_zigzag: {
+      uint64_t value;
+      if (!readVarint(pSrc_, pEnd_, value)) return false;
+      _separator(first_) << zigzagDecode(value);
+      return true;
+    }
+    case travel_fixed32: {
+      uint32_t bits;
+      if (!readFixed32(pSrc_, pEnd_, bits)) return false;
+      if (type_ == FieldDescriptor::TYPE_FLOAT) {
+        _separator(first_) << widenFloat(bits);
+      } else if (type_ == FieldDescriptor::TYPE_SFIXED32) {
+        _separator(first_) << static_cast<int32_t>(bits);
+      } else {
+        _separator(first_) << bits;
+      }
+      return true;
+    }
+    case travel_fixed64: {
+      uint64_t bits;
+      if (!readFixed64(pSrc_, pEnd_, bits)) return false;
+      if (type_ == FieldDescriptor::TYPE_DOUBLE) {
+        _separator(first_) << asDouble(bits);
+      } else if (type_ == FieldDescriptor::TYPE_SFIXED64) {
+        _separator(first_) << static_cast<int64_t>(bits);
+      } else {
+        _separator(first_) << bits;
+      }
       return true;
     }
     default:

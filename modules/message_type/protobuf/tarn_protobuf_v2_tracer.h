@@ -7,8 +7,9 @@
 // exception unwinds the whole trace from any depth.
 //
 // Malformed input never leads to a read outside the body: a level ends, as it
-// does at an unknown field number, when a tag, a value or a length would run
-// past its end, and when nesting reaches trace_max_depth levels.
+// does at an unknown field number, when a tag or a value would run past its
+// end, or when a message field would nest deeper than the wire rules allow
+// (wire_format.h). A length that runs past the end is cut to what is left.
 #ifndef TARN_PROTOBUF_TARN_PROTOBUF_V2_TRACER_H
 #define TARN_PROTOBUF_TARN_PROTOBUF_V2_TRACER_H
 
@@ -23,11 +24,6 @@
 class tarn_protobuf_v2_tracer {
  public:
   typedef google::protobuf::FieldDescriptor::Type Type;
-
-  // Levels of braces a trace opens at most, the root included. A message field
-  // that would open one more ends its enclosing level instead, so a hostile
-  // body cannot exhaust the stack through recursion.
-  static const unsigned trace_max_depth = 100;
 
   tarn_protobuf_v2_tracer(const google::protobuf::Descriptor* root_,
                           tarn_trace_output_buffer* pOutput_)
