@@ -71,6 +71,17 @@ inline void setFixed32(tarn_message_value_set_entry* pValue_, FieldDescriptor::T
   }
 }
 
+// A default's value stored in an entry; both always succeed.
+int setLong(tarn_message_value_set_entry* pValue_, int64_t value_) {
+  tarn_message_value_set_entry_set_long(pValue_, value_);
+  return TARN_SUCCESS;
+}
+
+int setDouble(tarn_message_value_set_entry* pValue_, double value_) {
+  tarn_message_value_set_entry_set_double(pValue_, value_);
+  return TARN_SUCCESS;
+}
+
 }  // namespace
 
 // A varint cut off by pEnd_ reads as 0 and leaves pSrc_ at pEnd_: the walk
@@ -414,34 +425,26 @@ int tarn_protobuf_v2_parser::_insertDefault(parse_context& context_, field_handl
 
 int tarn_protobuf_v2_parser::_setValueFromDescriptorDefault(tarn_message_value_set_entry* pValue_,
                                                             const FieldDescriptor* pField_) {
-  switch (pField_->cpp_type()) {
+  const FieldDescriptor& f = *pField_;
+  switch (f.cpp_type()) {
     case FieldDescriptor::CPPTYPE_INT32:
-      tarn_message_value_set_entry_set_long(pValue_, pField_->default_value_int32());
-      return TARN_SUCCESS;
+      return setLong(pValue_, f.default_value_int32());
     case FieldDescriptor::CPPTYPE_INT64:
-      tarn_message_value_set_entry_set_long(pValue_, pField_->default_value_int64());
-      return TARN_SUCCESS;
+      return setLong(pValue_, f.default_value_int64());
     case FieldDescriptor::CPPTYPE_UINT32:
-      tarn_message_value_set_entry_set_long(pValue_, pField_->default_value_uint32());
-      return TARN_SUCCESS;
+      return setLong(pValue_, f.default_value_uint32());
     case FieldDescriptor::CPPTYPE_UINT64:
-      tarn_message_value_set_entry_set_long(pValue_,
-                                            static_cast<int64_t>(pField_->default_value_uint64()));
-      return TARN_SUCCESS;
+      return setLong(pValue_, static_cast<int64_t>(f.default_value_uint64()));
     case FieldDescriptor::CPPTYPE_DOUBLE:
-      tarn_message_value_set_entry_set_double(pValue_, pField_->default_value_double());
-      return TARN_SUCCESS;
+      return setDouble(pValue_, f.default_value_double());
     case FieldDescriptor::CPPTYPE_FLOAT:
-      tarn_message_value_set_entry_set_double(pValue_, pField_->default_value_float());
-      return TARN_SUCCESS;
+      return setDouble(pValue_, f.default_value_float());
     case FieldDescriptor::CPPTYPE_BOOL:
-      tarn_message_value_set_entry_set_long(pValue_, pField_->default_value_bool() ? 1 : 0);
-      return TARN_SUCCESS;
+      return setLong(pValue_, f.default_value_bool() ? 1 : 0);
     case FieldDescriptor::CPPTYPE_ENUM:
-      tarn_message_value_set_entry_set_long(pValue_, pField_->default_value_enum()->number());
-      return TARN_SUCCESS;
+      return setLong(pValue_, f.default_value_enum()->number());
     case FieldDescriptor::CPPTYPE_STRING: {
-      const std::string& text = pField_->default_value_string();
+      const std::string& text = f.default_value_string();
       pValue_->string_rep = text.data();
       pValue_->string_rep_length = static_cast<uint32_t>(text.size());
       return TARN_SUCCESS;

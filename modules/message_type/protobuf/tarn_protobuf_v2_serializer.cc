@@ -10,25 +10,28 @@
 #include <cstring>
 namespace {
 
+// The first and the last sizeof(Word) bytes of n_, for sizeof(Word) <= n_ <=
+// 2 * sizeof(Word): two fixed-size moves that overlap in the middle.
+template <typename Word>
+inline void copyEnds(char* pDst_, const char* pSrc_, size_t n_) {
+  Word head, tail;
+  std::memcpy(&head, pSrc_, sizeof(Word));
+  std::memcpy(&tail, pSrc_ + n_ - sizeof(Word), sizeof(Word));
+  std::memcpy(pDst_, &head, sizeof(Word));
+  std::memcpy(pDst_ + n_ - sizeof(Word), &tail, sizeof(Word));
+}
+
 // Copies exactly n_ bytes. Most values are a tag and a short number, where a
-// call to memcpy costs more than the copy: up to 16 bytes are moved inline as
-// two fixed-size words that overlap in the middle, so nothing outside
-// [pDst_, pDst_ + n_) is written and nothing outside [pSrc_, pSrc_ + n_) read.
+// call to memcpy costs more than the copy: up to 16 bytes are moved inline, so
+// nothing outside [pDst_, pDst_ + n_) is written and nothing outside
+// [pSrc_, pSrc_ + n_) read.
 inline void copyValue(char* pDst_, const char* pSrc_, size_t n_) {
   if (n_ > 16) {
     std::memcpy(pDst_, pSrc_, n_);
   } else if (n_ >= 8) {
-    uint64_t head, tail;
-    std::memcpy(&head, pSrc_, 8);
-    std::memcpy(&tail, pSrc_ + n_ - 8, 8);
-    std::memcpy(pDst_, &head, 8);
-    std::memcpy(pDst_ + n_ - 8, &tail, 8);
+    copyEnds<uint64_t>(pDst_, pSrc_, n_);
   } else if (n_ >= 4) {
-    uint32_t head, tail;
-    std::memcpy(&head, pSrc_, 4);
-    std::memcpy(&tail, pSrc_ + n_ - 4, 4);
-    std::memcpy(pDst_, &head, 4);
-    std::memcpy(pDst_ + n_ - 4, &tail, 4);
+    copyEnds<uint32_t>(pDst_, pSrc_, n_);
   } else if (n_ != 0) {
     const char first = pSrc_[0], middle = pSrc_[n_ / 2], last = pSrc_[n_ - 1];
     pDst_[0] = first;

@@ -11,18 +11,14 @@ using google::protobuf::FieldDescriptor;
 
 namespace {
 
-// A fixed-width value that must end before pEnd_; false when it is cut off.
-bool readFixed32(const char*& pSrc_, const char* pEnd_, uint32_t& bits_) {
-  if (pEnd_ - pSrc_ < 4) return false;
-  bits_ = loadFixed32(pSrc_);
-  pSrc_ += 4;
-  return true;
-}
-
-bool readFixed64(const char*& pSrc_, const char* pEnd_, uint64_t& bits_) {
-  if (pEnd_ - pSrc_ < 8) return false;
-  bits_ = loadFixed64(pSrc_);
-  pSrc_ += 8;
+// One scalar that travels as travel_ (a varint or a fixed-width value) and
+// must end before pEnd_, as raw bits; false when it is cut off.
+bool readScalar(field_travel travel_, const char*& pSrc_, const char* pEnd_, uint64_t& bits_) {
+  if (travel_ == travel_varint || travel_ == travel_zigzag) return readVarint(pSrc_, pEnd_, bits_);
+  const unsigned width = travel_ == travel_fixed64 ? 8 : 4;
+  if (pEnd_ - pSrc_ < static_cast<ptrdiff_t>(width)) return false;
+  bits_ = width == 8 ? loadFixed64(pSrc_) : loadFixed32(pSrc_);
+  pSrc_ += width;
   return true;
 }
 
@@ -84,33 +80,18 @@ bool tarn_protobuf_v2_tracer::_traceField(const FieldDescriptor* pField_, uint32
                                           const char*& pSrc_, const char* pEnd_, bool first_,
                                           unsigned depth_) {
   switch (wireType_) {
-    case VARINT: {
-      uint64_t value;
-      if (!readVarint(pSrc_, pEnd_, value)) return false;
-      _key(pField_, first_);
-      _os << value;
-      return true;
-    }
-    case FIXED64: {
-      uint64_t bits;
-      if (!readFixed64(pSrc_, pEnd_, bits)) return false;
-      _key(pField_, first_);
-      if (pField_->type() == FieldDescriptor::TYPE_DOUBLE) {
-        _os << asDouble(bits);
-      } else {
-        _os << static_cast<int64_t>(bits);
-      }
-      return true;
-    }
+    case VARINT:
+    case FIXED64:
     case FIXED32: {
-      uint32_t bits;
-      if (!readFixed32(pSrc_, pEnd_, bits)) return false;
+      // Outside a packed list the wire type decides how a value is read and
+      // shown, whatever the field's declared type.
+      const field_travel travel = wireType_ == VARINT    ? travel_varint
+                                  : wireType_ == FIXED64 ? travel_fixed64
+                                                         : travel_fixed32;
+      uint64_t bits;
+      if (!readScalar(travel, pSrc_, pEnd_, bits)) return false;
       _key(pField_, first_);
-      if (pField_->type() == FieldDescriptor::TYPE_FLOAT) {
-        _os << widenFloat(bits);
-      } else {
-        _os << static_cast<int32_t>(bits);
-      }
+      _scalar(travel, pField_->type(), bits, false);
       return true;
     }
     case LENGTH_DELIMITED: {
@@ -154,45 +135,42 @@ void tarn_protobuf_v2_tracer::_tracePacked(Type type_, const char* pSrc_, size_t
 
 bool tarn_protobuf_v2_tracer::_tracePackedElement(Type type_, const char*& pSrc_, const char* pEnd_,
                                                   bool first_) {
-  switch (travelOf(type_)) {
-    case travel_varint: {
-      uint64_t value;
-      if (!readVarint(pSrc_, pEnd_, value)) return false;
-      _separator(first_) << value;
-      return true;
-    }
-    case travel_zigzag: {
-      uint64_t value;
-      if (!readVarint(pSrc_, pEnd_, value)) return false;
-      _separator(first_) << zigzagDecode(value);
-      return true;
-    }
-    case travel_fixed32: {
-      uint32_t bits;
-      if (!readFixed32(pSrc_, pEnd_, bits)) return false;
+  // Strings, bytes and messages cannot be declared packed.
+  const field_travel travel = travelOf(type_);
+  if (!travelsPacked(travel)) return false;
+  uint64_t bits;
+  if (!readScalar(travel, pSrc_, pEnd_, bits)) return false;
+  _separator(first_);
+  _scalar(travel, type_, bits, true);
+  return true;
+}
+
+void tarn_protobuf_v2_tracer::_scalar(field_travel travel_, Type type_, uint64_t bits_,
+                                      bool packed_) {
+  switch (travel_) {
+    case travel_varint:
+      _os << bits_;
+      return;
+    case travel_zigzag:
+      _os << zigzagDecode(bits_);
+      return;
+    case travel_fixed32:
       if (type_ == FieldDescriptor::TYPE_FLOAT) {
-        _separator(first_) << widenFloat(bits);
-      } else if (type_ == FieldDescriptor::TYPE_SFIXED32) {
-        _separator(first_) << static_cast<int32_t>(bits);
+        _os << widenFloat(static_cast<uint32_t>(bits_));
+      } else if (!packed_ || type_ == FieldDescriptor::TYPE_SFIXED32) {
+        _os << static_cast<int32_t>(static_cast<uint32_t>(bits_));
       } else {
-        _separator(first_) << bits;
+        _os << static_cast<uint32_t>(bits_);
       }
-      return true;
-    }
-    case travel_fixed64: {
-      uint64_t bits;
-      if (!readFixed64(pSrc_, pEnd_, bits)) return false;
-      if (type_ == FieldDescriptor::TYPE_DOUBLE) {
-        _separator(first_) << asDouble(bits);
-      } else if (type_ == FieldDescriptor::TYPE_SFIXED64) {
-        _separator(first_) << static_cast<int64_t>(bits);
-      } else {
-        _separator(first_) << bits;
-      }
-      return true;
-    }
+      return;
     default:
-      // Strings, bytes and messages cannot be declared packed.
-      return false;
+      if (type_ == FieldDescriptor::TYPE_DOUBLE) {
+        _os << asDouble(bits_);
+      } else if (!packed_ || type_ == FieldDescriptor::TYPE_SFIXED64) {
+        _os << static_cast<int64_t>(bits_);
+      } else {
+        _os << bits_;
+      }
+      return;
   }
 }

@@ -20,6 +20,7 @@
 
 #include "tarn_common.h"
 #include "trace_output_stream.h"
+#include "wire_format.h"
 
 class tarn_protobuf_v2_tracer {
  public:
@@ -33,7 +34,8 @@ class tarn_protobuf_v2_tracer {
   // trace_output_stream::trace_output_exception when the buffer is full.
   void trace(const tarn_trace_buffer* pMessage_);
 
-  // One message level, braces included; depth_ counts the levels above it.
+  // One message level, braces included; depth_ is its nesting level, the
+  // body's being 0.
   void _trace(const tarn_trace_buffer* pMessage_, const google::protobuf::Descriptor* pDescriptor_,
               unsigned depth_ = 0);
 
@@ -45,6 +47,10 @@ class tarn_protobuf_v2_tracer {
   bool _traceField(const google::protobuf::FieldDescriptor* pField_, uint32_t wireType_,
                    const char*& pSrc_, const char* pEnd_, bool first_, unsigned depth_);
   bool _tracePackedElement(Type type_, const char*& pSrc_, const char* pEnd_, bool first_);
+  // A scalar's raw bits as the trace shows them: a varint unsigned (zigzag
+  // only where travel_ says so), a float or a double with a fraction, other
+  // fixed-width integers signed, except unsigned types inside packed_ lists.
+  void _scalar(field_travel travel_, Type type_, uint64_t bits_, bool packed_);
   trace_output_stream& _separator(bool first_);
   void _key(const google::protobuf::FieldDescriptor* pField_, bool first_);
 
