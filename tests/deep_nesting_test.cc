@@ -114,15 +114,11 @@ TEST(DeepNesting, SerializeNestsEveryLevelWithoutTheStack) {
 
   // Every level: its tag, then its length in four bytes, filled out with
   // continuation bytes.
-  std::string expected(depth * 5 + member.size(), '\0');
-  for (int i = 0; i < depth; ++i) {
-    const size_t length = (depth - i - 1) * 5 + member.size();
-    expected[i * 5] = '\x0A';
-    for (int b = 0; b < 4; ++b)
-      expected[i * 5 + 1 + b] =
-          static_cast<char>(((length >> (7 * b)) & 0x7F) | (b < 3 ? 0x80 : 0));
-  }
-  expected.replace(depth * 5, member.size(), member);
+  std::string expected;
+  expected.reserve(depth * 5 + member.size());
+  for (int i = 0; i < depth; ++i)
+    expected += '\x0A' + wire::paddedVarint((depth - i - 1) * 5 + member.size(), 4);
+  expected += member;
 
   tarn_output_message_data request = {};
   request.body_type = 5;

@@ -139,12 +139,8 @@ TEST(Serialize, ListsGiveExactBytesInsideTheRoom) {
     for (uint32_t d = 1; d <= n; ++d) values.push_back({d, true, "0A 00"});
     values.push_back({n + 1, false, "08 01"});
     std::string expected = fromHex("08 01");
-    for (uint32_t d = 0; d < n; ++d) {
-      char slot[4];  // the four-byte length slot
-      char* p = slot;
-      S::_writeFixedSizeVarint(p, expected.size(), 4);
-      expected = "\x0A" + std::string(slot, 4) + expected;
-    }
+    for (uint32_t d = 0; d < n; ++d)
+      expected = "\x0A" + wire::paddedVarint(expected.size(), 4) + expected;
     int status = -1;
     EXPECT_EQ(hex(expected), hex(serialize(values, status))) << n;
   }

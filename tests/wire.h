@@ -23,6 +23,15 @@ inline std::string varintBytes(uint64_t value) {
   return out;
 }
 
+// value as a varint of exactly `bytes` bytes, its groups filled out with
+// continuation bits: the fixed-width length slot of a serialized submessage.
+inline std::string paddedVarint(uint64_t value, size_t bytes) {
+  std::string out;
+  for (size_t b = 0; b < bytes; ++b)
+    out.push_back(static_cast<char>(((value >> (7 * b)) & 0x7F) | (b + 1 < bytes ? 0x80 : 0)));
+  return out;
+}
+
 inline uint64_t zigzag(int64_t value) {
   return (static_cast<uint64_t>(value) << 1) ^ static_cast<uint64_t>(value >> 63);
 }
