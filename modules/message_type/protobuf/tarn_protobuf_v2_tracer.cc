@@ -13,7 +13,8 @@ namespace {
 
 // One scalar that travels as travel_ (a varint or a fixed-width value) and
 // must end before pEnd_, as raw bits; false when it is cut off.
-bool readScalar(field_travel travel_, const char*& pSrc_, const char* pEnd_, uint64_t& bits_) {
+TARN_ALWAYS_INLINE bool readScalar(field_travel travel_, const char*& pSrc_, const char* pEnd_,
+                                   uint64_t& bits_) {
   if (travel_ == travel_varint || travel_ == travel_zigzag) return readVarint(pSrc_, pEnd_, bits_);
   const unsigned width = travel_ == travel_fixed64 ? 8 : 4;
   if (pEnd_ - pSrc_ < static_cast<ptrdiff_t>(width)) return false;
@@ -72,6 +73,36 @@ trace_output_stream& tarn_protobuf_v2_tracer::_separator(bool first_) {
 
 void tarn_protobuf_v2_tracer::_key(const FieldDescriptor* pField_, bool first_) {
   _separator(first_) << '"' << pField_->name() << '"' << ':';
+}
+
+TARN_ALWAYS_INLINE void tarn_protobuf_v2_tracer::_scalar(field_travel travel_, Type type_,
+                                                         uint64_t bits_, bool packed_) {
+  switch (travel_) {
+    case travel_varint:
+      _os << bits_;
+      return;
+    case travel_zigzag:
+      _os << zigzagDecode(bits_);
+      return;
+    case travel_fixed32:
+      if (type_ == FieldDescriptor::TYPE_FLOAT) {
+        _os << widenFloat(static_cast<uint32_t>(bits_));
+      } else if (!packed_ || type_ == FieldDescriptor::TYPE_SFIXED32) {
+        _os << static_cast<int32_t>(static_cast<uint32_t>(bits_));
+      } else {
+        _os << static_cast<uint32_t>(bits_);
+      }
+      return;
+    default:
+      if (type_ == FieldDescriptor::TYPE_DOUBLE) {
+        _os << asDouble(bits_);
+      } else if (!packed_ || type_ == FieldDescriptor::TYPE_SFIXED64) {
+        _os << static_cast<int64_t>(bits_);
+      } else {
+        _os << bits_;
+      }
+      return;
+  }
 }
 
 // Each value is read before its key is written, so that a value cut off by the
@@ -143,34 +174,4 @@ bool tarn_protobuf_v2_tracer::_tracePackedElement(Type type_, const char*& pSrc_
   _separator(first_);
   _scalar(travel, type_, bits, true);
   return true;
-}
-
-void tarn_protobuf_v2_tracer::_scalar(field_travel travel_, Type type_, uint64_t bits_,
-                                      bool packed_) {
-  switch (travel_) {
-    case travel_varint:
-      _os << bits_;
-      return;
-    case travel_zigzag:
-      _os << zigzagDecode(bits_);
-      return;
-    case travel_fixed32:
-      if (type_ == FieldDescriptor::TYPE_FLOAT) {
-        _os << widenFloat(static_cast<uint32_t>(bits_));
-      } else if (!packed_ || type_ == FieldDescriptor::TYPE_SFIXED32) {
-        _os << static_cast<int32_t>(static_cast<uint32_t>(bits_));
-      } else {
-        _os << static_cast<uint32_t>(bits_);
-      }
-      return;
-    default:
-      if (type_ == FieldDescriptor::TYPE_DOUBLE) {
-        _os << asDouble(bits_);
-      } else if (!packed_ || type_ == FieldDescriptor::TYPE_SFIXED64) {
-        _os << static_cast<int64_t>(bits_);
-      } else {
-        _os << bits_;
-      }
-      return;
-  }
 }
