@@ -85,11 +85,20 @@ int setDouble(tarn_message_value_set_entry* pValue_, double value_) {
 }  // namespace
 
 // A varint cut off by pEnd_ reads as 0 and leaves pSrc_ at pEnd_: the walk
-// then sees field 0 (which no descriptor has) or a level that has ended.
+// then sees field 0 (which no descriptor has) or a level that has ended. The
+// slow path returns the value rather than storing it, since nearly every
+// varint of two bytes or more is read here.
 TARN_ALWAYS_INLINE uint64_t tarn_protobuf_v2_parser::_consumeVarint(const char*& pSrc_,
                                                                     const char* pEnd_) {
+  if (__builtin_expect(pSrc_ < pEnd_ && static_cast<unsigned char>(*pSrc_) < 0x80, 1)) {
+    return static_cast<unsigned char>(*pSrc_++);
+  }
+  return _consumeVarintSlow(pSrc_, pEnd_);
+}
+
+uint64_t tarn_protobuf_v2_parser::_consumeVarintSlow(const char*& pSrc_, const char* pEnd_) {
   uint64_t value;
-  if (__builtin_expect(readVarint(pSrc_, pEnd_, value), 1)) return value;
+  if (readVarintLong(pSrc_, pEnd_, value)) return value;
   pSrc_ = pEnd_;
   return 0;
 }

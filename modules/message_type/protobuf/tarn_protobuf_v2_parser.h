@@ -64,6 +64,7 @@ class tarn_protobuf_v2_parser {
   }
 
   static uint64_t _consumeVarint(const char*& pSrc_, const char* pEnd_);
+  static TARN_NOINLINE uint64_t _consumeVarintSlow(const char*& pSrc_, const char* pEnd_);
   static const google::protobuf::FieldDescriptor* _findField(
       const google::protobuf::Descriptor* pDescriptor_, int fieldCount_, int number_,
       int indexHint_, int& index_);

@@ -156,22 +156,17 @@ bool tarn_protobuf_v2_tracer::_traceField(const FieldDescriptor* pField_, uint32
 void tarn_protobuf_v2_tracer::_tracePacked(Type type_, const char* pSrc_, size_t length_) {
   const char* p = pSrc_;
   const char* const pe = length_ ? p + length_ : p;
+  // Strings, bytes and messages cannot be declared packed: their list stays
+  // empty.
+  const field_travel travel = travelOf(type_);
   _os << '[';
   // An element cut off by the end of the payload closes the list; the level
   // goes on after the payload.
-  for (bool first = true; p < pe && _tracePackedElement(type_, p, pe, first); first = false) {
+  uint64_t bits;
+  for (bool first = true; travelsPacked(travel) && p < pe && readScalar(travel, p, pe, bits);
+       first = false) {
+    _separator(first);
+    _scalar(travel, type_, bits, true);
   }
   _os << ']';
-}
-
-bool tarn_protobuf_v2_tracer::_tracePackedElement(Type type_, const char*& pSrc_, const char* pEnd_,
-                                                  bool first_) {
-  // Strings, bytes and messages cannot be declared packed.
-  const field_travel travel = travelOf(type_);
-  if (!travelsPacked(travel)) return false;
-  uint64_t bits;
-  if (!readScalar(travel, pSrc_, pEnd_, bits)) return false;
-  _separator(first_);
-  _scalar(travel, type_, bits, true);
-  return true;
 }

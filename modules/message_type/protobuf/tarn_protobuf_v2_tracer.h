@@ -46,7 +46,6 @@ class tarn_protobuf_v2_tracer {
   // Renders one field whose tag has been read; false ends the level.
   bool _traceField(const google::protobuf::FieldDescriptor* pField_, uint32_t wireType_,
                    const char*& pSrc_, const char* pEnd_, bool first_, unsigned depth_);
-  bool _tracePackedElement(Type type_, const char*& pSrc_, const char* pEnd_, bool first_);
   // A scalar's raw bits as the trace shows them: a varint unsigned (zigzag
   // only where travel_ says so), a float or a double with a fraction, other
   // fixed-width integers signed, except unsigned types inside packed_ lists.

@@ -71,11 +71,12 @@ inline bool readVarintChecked(const char*& pSrc_, const char* pEnd_, uint64_t& v
   return false;
 }
 
-// Varints of two bytes or more. With ten bytes left a varint of up to ten
-// bytes cannot be cut off, so its bytes are taken without a bound check each;
-// byte 9 holds bit 63 only and the shift drops its higher bits, exactly as the
-// checked loop does. Out of line: the one-byte case is by far the most common.
-TARN_NOINLINE inline bool readVarintSlow(const char*& pSrc_, const char* pEnd_, uint64_t& value_) {
+// Varints of any length, most usefully two bytes or more. With ten bytes
+// left a varint of up to ten bytes cannot be cut off, so its bytes are taken
+// without a bound check each; byte 9 holds bit 63 only and the shift drops its
+// higher bits, exactly as the checked loop does. Plain inline, so that a
+// caller's own out-of-line slow path can hold it without a second call.
+inline bool readVarintLong(const char*& pSrc_, const char* pEnd_, uint64_t& value_) {
   if (pEnd_ - pSrc_ >= static_cast<ptrdiff_t>(max_varint_bytes)) {
     const unsigned char* p = reinterpret_cast<const unsigned char*>(pSrc_);
     uint64_t value = 0;
@@ -91,6 +92,11 @@ TARN_NOINLINE inline bool readVarintSlow(const char*& pSrc_, const char* pEnd_, 
     // Longer than ten bytes: only the checked reading knows where it ends.
   }
   return readVarintChecked(pSrc_, pEnd_, value_);
+}
+
+// Out of line: the one-byte case is by far the most common.
+TARN_NOINLINE inline bool readVarintSlow(const char*& pSrc_, const char* pEnd_, uint64_t& value_) {
+  return readVarintLong(pSrc_, pEnd_, value_);
 }
 
 // Reads one varint that must end before pEnd_. On success advances pSrc_ past
