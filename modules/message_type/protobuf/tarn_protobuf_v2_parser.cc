@@ -346,28 +346,32 @@ int tarn_protobuf_v2_parser::_consumePacked(const FieldDescriptor* pFieldDescrip
   pValue_->raw_bytes = pValueStart_;
   pValue_->raw_bytes_length = static_cast<uint32_t>(pBlockEnd - pValueStart_);
 
+  // One loop per element kind, so that the kind is decided once per block.
   const char*& pSrc = context_._pSrc;
-  while (pSrc < pBlockEnd) {
-    switch (element) {
-      case travel_varint:
-      case travel_zigzag: {
+  switch (element) {
+    case travel_varint:
+    case travel_zigzag:
+      while (pSrc < pBlockEnd) {
         int64_t value = 0;
         const bool known = varintAs(type, _consumeVarint(pSrc, pBlockEnd), value);
         TARN_ASSERT(known);
         tarn_message_value_set_entry_set_long(pValue_, value);
-        break;
+        _insert(pValue_);
       }
-      case travel_fixed32:
+      break;
+    case travel_fixed32:
+      for (; pSrc < pBlockEnd; pSrc += 4) {
         setFixed32(pValue_, type, loadFixed32(pSrc));
-        pSrc += 4;
-        break;
-      default:
-        TARN_ASSERT(element == travel_fixed64);
+        _insert(pValue_);
+      }
+      break;
+    default:
+      TARN_ASSERT(element == travel_fixed64);
+      for (; pSrc < pBlockEnd; pSrc += 8) {
         setFixed64(pValue_, type, loadFixed64(pSrc));
-        pSrc += 8;
-        break;
-    }
-    _insert(pValue_);
+        _insert(pValue_);
+      }
+      break;
   }
   return TARN_SUCCESS;
 }
