@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "fuzz_support.h"
+#include "tests/wire.h"
 
 namespace {
 
@@ -27,20 +28,13 @@ struct Item {
   size_t tagLength;
 };
 
-std::string fixedFour(size_t length_) {
-  std::string out(4, '\0');
-  for (int i = 0; i < 4; ++i)
-    out[i] = static_cast<char>(((length_ >> (7 * i)) & 0x7F) | (i < 3 ? 0x80 : 0));
-  return out;
-}
-
 std::string model(const std::vector<Item>& items_) {
   std::string out;
   std::vector<size_t> slots;
   auto close = [&] {
     const size_t slot = slots.back();
     slots.pop_back();
-    out.replace(slot, 4, fixedFour(out.size() - slot - 4));
+    out.replace(slot, 4, wire::paddedVarint(out.size() - slot - 4, 4));
   };
   uint32_t current = 0;
   for (const Item& item : items_) {

@@ -1,9 +1,13 @@
-// A body nested 100,000 levels deep must not take the host down: the parser,
-// the tracer and the merge each stop at their nesting limit of 100 levels
-// with a defined result, and serialization, which keeps its open levels in a
-// list rather than on the stack, writes the whole depth.
+// The one nesting limit: 100 message levels below the body are entered and
+// the 101st is not, by the parser and the tracer alike (the merge's limit on
+// nested merges, which parsed sets never reach, is tested on hand-made sets in
+// merge_test.cc). Each is tested just below, at and beyond the limit, and at
+// 100,000 levels, where a walk without the limit would exhaust the stack.
+// Serialization keeps its open levels in a list rather than on the stack and
+// writes the whole depth.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -16,10 +20,8 @@ namespace {
 using tarn_test::api;
 
 const int depth = 100000;
-// Nesting limits of the module: levels below the body that the parser enters,
-// braces the tracer opens, merges nested inside one another.
-const uint32_t parser_limit = 100;
-const int trace_limit = 100;
+const size_t limit = 100;
+const size_t levelCases[] = {99, 100, 101, depth};
 
 tarn_message_type_context deepContext() {
   static tarn_message_type_context context =
@@ -27,53 +29,55 @@ tarn_message_type_context deepContext() {
   return context;
 }
 
-// `levels` Node.child fields around value = 7, built from the inside out so
-// that every length prefix is known before it is written.
-std::string deepBody(int levels) {
-  const std::string inner = wire::Body().varint(2, 7);
-  std::vector<size_t> lengths(levels + 1);
-  lengths[0] = inner.size();
-  for (int i = 1; i <= levels; ++i)
-    lengths[i] = 1 + wire::varintBytes(lengths[i - 1]).size() + lengths[i - 1];
-  std::string body;
-  body.reserve(lengths[levels]);
-  for (int i = levels; i >= 1; --i) body += '\x0A' + wire::varintBytes(lengths[i - 1]);
-  return body + inner;
-}
+// `levels` Node.child fields around value = 7.
+std::string deepBody(size_t levels) { return wire::nestedChain(levels, wire::Body().varint(2, 7)); }
 
-TEST(DeepNesting, ParseStopsAtTheNestingLimit) {
+TEST(NestingLimit, ParserFailsBeyondItKeepingTheLevelsItEntered) {
   ASSERT_NE(deepContext(), nullptr);
-  const std::string body = deepBody(depth);
-  tarn_host::ValueSet set;
-  EXPECT_EQ(tarn_test::parse(deepContext(), body, set), TARN_FAILURE);
+  for (size_t levels : levelCases) {
+    SCOPED_TRACE(levels);
+    const std::string body = deepBody(levels);
+    tarn_host::ValueSet set;
+    const bool within = levels <= limit;
+    EXPECT_EQ(tarn_test::parse(deepContext(), body, set), within ? TARN_SUCCESS : TARN_FAILURE);
 
-  // One message entry per level the parser entered, each the only child of the
-  // one before; the field that would open one level more is not stored.
-  ASSERT_EQ(set.size(), parser_limit);
-  const char* pTag = body.data();
-  for (uint32_t i = 0; i < parser_limit; ++i) {
-    const tarn_message_value_set_entry& e = set[i];
-    EXPECT_EQ(e.parent, i == 0 ? tarn_message_value_invalid_index : i - 1) << i;
-    EXPECT_EQ(e.first_child, i + 1 < parser_limit ? i + 1 : tarn_message_value_invalid_index) << i;
-    EXPECT_EQ(e.next_sibling, tarn_message_value_invalid_index) << i;
-    ASSERT_EQ(e.raw_bytes, pTag) << i;
-    EXPECT_EQ(e.raw_bytes + e.raw_bytes_length, body.data() + body.size()) << i;
-    // The next level's field follows this one's tag and length prefix.
-    if (i + 1 < parser_limit) pTag += 1 + wire::varintBytes(set[i + 1].raw_bytes_length).size();
+    // One message entry per level entered, each the only child of the one
+    // before; within the limit the value follows, beyond it the field that
+    // would open one level more is not stored.
+    const uint32_t entered = static_cast<uint32_t>(std::min(levels, limit));
+    ASSERT_EQ(set.size(), entered + (within ? 1 : 0));
+    const char* pTag = body.data();
+    for (uint32_t i = 0; i < set.size(); ++i) {
+      const tarn_message_value_set_entry& e = set[i];
+      EXPECT_EQ(e.parent, i == 0 ? tarn_message_value_invalid_index : i - 1) << i;
+      EXPECT_EQ(e.first_child, i + 1 < set.size() ? i + 1 : tarn_message_value_invalid_index) << i;
+      EXPECT_EQ(e.next_sibling, tarn_message_value_invalid_index) << i;
+      ASSERT_EQ(e.raw_bytes, pTag) << i;
+      EXPECT_EQ(e.raw_bytes + e.raw_bytes_length, body.data() + body.size()) << i;
+      // The next level's field follows this one's tag and length prefix.
+      if (i + 1 < set.size()) pTag += 1 + wire::varintBytes(set[i + 1].raw_bytes_length).size();
+    }
+    if (within) {
+      EXPECT_EQ(set[entered].l, 7) << "the value";
+    }
   }
 }
 
-TEST(DeepNesting, TraceEndsTheLevelThatWouldOpenOneTooMany) {
-  const std::string body = deepBody(depth);
-  std::string expected = "protobuf({";
-  for (int i = 1; i < trace_limit; ++i) expected += "\"child\":{";
-  expected += std::string(trace_limit, '}') + ")";
+TEST(NestingLimit, TracerEndsTheLevelThatHoldsTheTooDeepField) {
+  for (size_t levels : levelCases) {
+    SCOPED_TRACE(levels);
+    const std::string body = deepBody(levels);
+    std::string expected = "protobuf({";
+    for (size_t i = 0; i < std::min(levels, limit); ++i) expected += "\"child\":{";
+    if (levels <= limit) expected += "\"value\":7";
+    expected += std::string(std::min(levels, limit) + 1, '}') + ")";
 
-  std::string buffer(1 << 20, '\0');
-  tarn_trace_output_buffer output = {&buffer[0], buffer.size(), 0};
-  tarn_trace_buffer input = {body.data(), body.size()};
-  ASSERT_EQ(api().trace_message(deepContext(), &input, &output), TARN_SUCCESS);
-  EXPECT_EQ(buffer.substr(0, output.length), expected);
+    std::string buffer(1 << 20, '\0');
+    tarn_trace_output_buffer output = {&buffer[0], buffer.size(), 0};
+    tarn_trace_buffer input = {body.data(), body.size()};
+    ASSERT_EQ(api().trace_message(deepContext(), &input, &output), TARN_SUCCESS);
+    EXPECT_EQ(buffer.substr(0, output.length), expected);
+  }
 }
 
 TEST(DeepNesting, MergeOfTheBodyOverItselfGivesTheBody) {
@@ -110,15 +114,11 @@ TEST(DeepNesting, SerializeNestsEveryLevelWithoutTheStack) {
 
   // Every level: its tag, then its length in four bytes, filled out with
   // continuation bytes.
-  std::string expected(depth * 5 + member.size(), '\0');
-  for (int i = 0; i < depth; ++i) {
-    const size_t length = (depth - i - 1) * 5 + member.size();
-    expected[i * 5] = '\x0A';
-    for (int b = 0; b < 4; ++b)
-      expected[i * 5 + 1 + b] =
-          static_cast<char>(((length >> (7 * b)) & 0x7F) | (b < 3 ? 0x80 : 0));
-  }
-  expected.replace(depth * 5, member.size(), member);
+  std::string expected;
+  expected.reserve(depth * 5 + member.size());
+  for (int i = 0; i < depth; ++i)
+    expected += '\x0A' + wire::paddedVarint((depth - i - 1) * 5 + member.size(), 4);
+  expected += member;
 
   tarn_output_message_data request = {};
   request.body_type = 5;

@@ -9,6 +9,7 @@
 #include <set>
 
 #include "module_fixture.h"
+#include "modules/message_type/protobuf/wire_format.h"
 #include "wire.h"
 
 namespace {
@@ -64,13 +65,11 @@ class SetBuilder {
   }
 
  private:
+  // The wire reader is the module's own: these bodies are well-formed inputs,
+  // and the expected bytes are written out by hand.
   static uint64_t varint(const char*& p_, const char* end_) {
     uint64_t value = 0;
-    for (unsigned shift = 0; p_ < end_ && shift < 64; shift += 7) {
-      const unsigned char b = static_cast<unsigned char>(*p_++);
-      value |= uint64_t{b & 0x7Fu} << shift;
-      if ((b & 0x80) == 0) break;
-    }
+    if (!readVarint(p_, end_, value)) p_ = end_;
     return value;
   }
   void level(const char* p_, const char* end_, uint32_t parent_, uint32_t key_, const Shape& s_) {
@@ -205,23 +204,16 @@ TEST(Merge, AppendsBehindTheSegmentsContentAndReturnsTheWholeCount) {
   EXPECT_EQ(35, returned);
 }
 
-// Messages nested `levels_` deep in field 1, the innermost holding `leaf_`.
-std::string nest(unsigned levels_, const std::string& leaf_) {
-  std::string body = leaf_;
-  for (unsigned i = 0; i < levels_; ++i) body = Body().str(1, body);
-  return body;
-}
-
 TEST(Merge, DepthLimitAndSharedSubtreesEnd) {
   for (unsigned levels : {99u, 100u, 300u}) {
     tarn_host::ValueSet update, stored;
     SetBuilder u(update), s(stored);
-    const std::string updateBody = nest(levels, Body().varint(2, 1));
+    const std::string updateBody = wire::nestedChain(levels, Body().varint(2, 1));
     u.fill(updateBody, Shape{{1}, {}, {}});
-    s.fill(nest(levels, Body().varint(3, 1)), Shape{{1}, {}, {}});
+    s.fill(wire::nestedChain(levels, Body().varint(3, 1)), Shape{{1}, {}, {}});
     // Up to 100 levels both innermost fields meet; deeper, the update's
     // message at the limit replaces the stored one whole.
-    const std::string merged = nest(levels, Body().varint(2, 1).varint(3, 1));
+    const std::string merged = wire::nestedChain(levels, Body().varint(2, 1).varint(3, 1));
     EXPECT_EQ(hex(levels <= 100 ? merged : updateBody), hex(runMerge(update, stored))) << levels;
   }
   // Two entries per level, both naming the next level as their children: a

@@ -92,6 +92,16 @@ bool Parsed::inside(const char* p_, size_t n_) const {
   return p_ >= data() && n_ <= _length && static_cast<size_t>(p_ - data()) <= _length - n_;
 }
 
+bool sameEntry(const entry_t& a, const entry_t& b, bool withParent) {
+  return a.hash == b.hash && a.value_mask == b.value_mask && a.value_flags == b.value_flags &&
+         a.type_hint == b.type_hint && a.l == b.l && a.raw_bytes == b.raw_bytes &&
+         a.tag_bytes == b.tag_bytes && a.string_rep == b.string_rep &&
+         a.raw_bytes_length == b.raw_bytes_length && a.tag_length == b.tag_length &&
+         a.string_rep_length == b.string_rep_length && a.array == b.array && a.last == b.last &&
+         a.array_count == b.array_count && (!withParent || a.parent == b.parent) &&
+         a.first_child == b.first_child && a.next_sibling == b.next_sibling;
+}
+
 std::string value(const Parsed& p, const entry_t& e) {
   char text[48];
   if (e.value_mask == 18 && e.type_hint == 2) return "=" + std::to_string(e.l);

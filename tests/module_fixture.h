@@ -46,6 +46,10 @@ inline std::string text(const char* p_, uint32_t n_) {
 }
 class Parsed;
 
+// Whether two entries agree in every field (the parent too, unless
+// withParent is false: a partial parse links kept entries to other parents).
+bool sameEntry(const entry_t& a, const entry_t& b, bool withParent = true);
+
 // An entry's value as text: =L (a long), =dD (a double), sHEX (a string in the
 // body; SHEX elsewhere: a default from the schema), {} (a message).
 std::string value(const Parsed& p, const entry_t& e);

@@ -94,16 +94,6 @@ TEST(ParserCorpus, GoldenBodiesMatchLibprotobuf) {
   }
 }
 
-bool sameExceptParent(const tarn_test::entry_t& a, const tarn_test::entry_t& b) {
-  return a.hash == b.hash && a.value_mask == b.value_mask && a.value_flags == b.value_flags &&
-         a.type_hint == b.type_hint && a.l == b.l && a.raw_bytes == b.raw_bytes &&
-         a.tag_bytes == b.tag_bytes && a.string_rep == b.string_rep &&
-         a.raw_bytes_length == b.raw_bytes_length && a.tag_length == b.tag_length &&
-         a.string_rep_length == b.string_rep_length && a.array == b.array && a.last == b.last &&
-         a.array_count == b.array_count && a.first_child == b.first_child &&
-         a.next_sibling == b.next_sibling;
-}
-
 // A partial parse reads the same bytes and submits the same records as the
 // full parse; only the host's find set decides what is kept (an asked path
 // and everything below it).
@@ -163,7 +153,7 @@ TEST(ParserPartial, SameSubmissionsAsTheFullParse) {
     uint32_t next = 0;
     for (size_t k = 0; k < fullLog.size(); ++k) {
       const uint32_t parent = fullLog[k].parent;
-      EXPECT_TRUE(sameExceptParent(fullLog[k], partialLog[k])) << k;
+      EXPECT_TRUE(tarn_test::sameEntry(fullLog[k], partialLog[k], false)) << k;
       if (find.contains(fullLog[k].hash) || (parent != INV && keptIndex[parent] != INV))
         keptIndex[k] = next++;
       EXPECT_EQ(parent == INV ? INV : keptIndex[parent], partialLog[k].parent) << k;

@@ -227,16 +227,4 @@ TEST(ParserTree, FailuresKeepWhatWasStoredBefore) {
   }
 }
 
-TEST(ParserTree, NestingDepthIsBounded) {
-  // 100 levels parse: 100 message entries and one default v per level. One
-  // more is refused before its entry is stored; a hostile depth returns.
-  const std::tuple<size_t, int, uint32_t> cases[] = {
-      {100, 0, 201}, {101, 255, 100}, {100000, 255, 100}};
-  for (const auto& [levels, status, entries] : cases) {
-    Parsed parsed(type("Node"), wire::nestedChain(levels));
-    EXPECT_EQ(status, parsed.status()) << levels;
-    EXPECT_EQ(entries, parsed.size()) << levels;
-  }
-}
-
 }  // namespace

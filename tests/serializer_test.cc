@@ -27,7 +27,7 @@ TEST(Varint, MinimalAndFixedSizeBytes) {
   for (const auto& [value, bytes, text] : minimal) {
     char buffer[16] = {};
     char* p = buffer;
-    EXPECT_EQ(bytes, S::_bytesForVarint(value)) << value;
+    EXPECT_EQ(bytes, varintSize(value)) << value;
     S::_writeVarint(p, value);
     EXPECT_EQ(text, hex(std::string(buffer, p - buffer))) << value;
   }
@@ -139,12 +139,8 @@ TEST(Serialize, ListsGiveExactBytesInsideTheRoom) {
     for (uint32_t d = 1; d <= n; ++d) values.push_back({d, true, "0A 00"});
     values.push_back({n + 1, false, "08 01"});
     std::string expected = fromHex("08 01");
-    for (uint32_t d = 0; d < n; ++d) {
-      char slot[4];  // the four-byte length slot
-      char* p = slot;
-      S::_writeFixedSizeVarint(p, expected.size(), 4);
-      expected = "\x0A" + std::string(slot, 4) + expected;
-    }
+    for (uint32_t d = 0; d < n; ++d)
+      expected = "\x0A" + wire::paddedVarint(expected.size(), 4) + expected;
     int status = -1;
     EXPECT_EQ(hex(expected), hex(serialize(values, status))) << n;
   }

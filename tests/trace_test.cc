@@ -182,18 +182,4 @@ TEST(TraceRandom, CutAndDamagedBodiesStayInBounds) {
   }
 }
 
-TEST(TraceFormat, DeepNestingStopsAtTheLimit) {
-  std::string open;
-  for (int i = 0; i < 99; ++i) open += R"({"child":)";
-  const std::string full = "protobuf(" + open + "{" + std::string(100, '}') + ")";
-  auto shallow = trace(node(), wire::nestedChain(98));
-  EXPECT_EQ("protobuf(" + open.substr(0, 98 * 9) + "{}" + std::string(98, '}') + ")", shallow.text);
-  // Beyond the limit the deepest level ends.
-  for (size_t levels : {99, 100, 100000}) {
-    auto result = trace(node(), wire::nestedChain(levels), 1 << 20);
-    EXPECT_EQ(0, result.status) << levels;
-    EXPECT_EQ(full, result.text) << levels;
-  }
-}
-
 }  // namespace

@@ -23,6 +23,15 @@ inline std::string varintBytes(uint64_t value) {
   return out;
 }
 
+// value as a varint of exactly `bytes` bytes, its groups filled out with
+// continuation bits: the fixed-width length slot of a serialized submessage.
+inline std::string paddedVarint(uint64_t value, size_t bytes) {
+  std::string out;
+  for (size_t b = 0; b < bytes; ++b)
+    out.push_back(static_cast<char>(((value >> (7 * b)) & 0x7F) | (b + 1 < bytes ? 0x80 : 0)));
+  return out;
+}
+
 inline uint64_t zigzag(int64_t value) {
   return (static_cast<uint64_t>(value) << 1) ^ static_cast<uint64_t>(value >> 63);
 }
@@ -109,16 +118,18 @@ inline std::string packedVarints(std::initializer_list<uint64_t> values) {
   return out;
 }
 
-// `levels` messages nested in field 1, innermost empty, built from the inside
-// out in linear time (concatenating would copy quadratically at 100,000 levels).
-inline std::string nestedChain(size_t levels) {
+// `levels` messages nested in field 1 around `leaf` (the innermost body),
+// built from the inside out in linear time (concatenating would copy
+// quadratically at 100,000 levels).
+inline std::string nestedChain(size_t levels, const std::string& leaf = "") {
   std::vector<size_t> payload(levels + 1, 0);  // payload[k]: length of level k's body
+  payload[levels] = leaf.size();
   for (size_t k = levels; k-- > 0;)
     payload[k] = 1 + varintBytes(payload[k + 1]).size() + payload[k + 1];
   std::string out;
   out.reserve(payload[0]);
   for (size_t k = 1; k <= levels; ++k) out += "\x0A" + varintBytes(payload[k]);
-  return out;
+  return out + leaf;
 }
 
 }  // namespace wire

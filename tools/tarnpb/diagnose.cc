@@ -4,8 +4,7 @@
 
 #include <vector>
 
-#include "modules/message_type/protobuf/tarn_protobuf_v2_parser.h"
-#include "modules/message_type/protobuf/wire_type.h"
+#include "modules/message_type/protobuf/wire_format.h"
 
 namespace tarnpb {
 
@@ -113,9 +112,8 @@ class Walk {
             if (!_packedBlockFits(pField, pPayload, static_cast<size_t>(length), refuse))
               return true;
           } else if (pField->type() == gp::FieldDescriptor::TYPE_MESSAGE) {
-            if (depth_ >= tarn_protobuf_v2_parser::max_nesting_depth) {
-              return refuse("nesting deeper than " +
-                            std::to_string(tarn_protobuf_v2_parser::max_nesting_depth) +
+            if (!mayNest(depth_)) {
+              return refuse("nesting deeper than " + std::to_string(max_nesting_depth) +
                             " messages, the module's limit");
             }
             if (level(pField->message_type(), pPayload, p_, depth_ + 1, fieldPath)) return true;

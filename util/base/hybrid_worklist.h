@@ -8,6 +8,7 @@
 
 #include <cstdint>
 
+#include "util/base/assert.h"
 #include "util/base/bitops.h"
 
 namespace tarn {
@@ -29,10 +30,22 @@ class hybrid_worklist {
     if (_size == _allocated) _grow();
     _pArray[_size++] = value_;
   }
-  void pop_back() { --_size; }
-  T& last() { return _pArray[_size - 1]; }
-  T& operator[](size_type index_) { return _pArray[index_]; }
-  const T& operator[](size_type index_) const { return _pArray[index_]; }
+  void pop_back() {
+    TARN_ASSERT(_size != 0);
+    --_size;
+  }
+  T& last() {
+    TARN_ASSERT(_size != 0);
+    return _pArray[_size - 1];
+  }
+  T& operator[](size_type index_) {
+    TARN_ASSERT(index_ < _size);
+    return _pArray[index_];
+  }
+  const T& operator[](size_type index_) const {
+    TARN_ASSERT(index_ < _size);
+    return _pArray[index_];
+  }
   size_type size() const { return _size; }
   size_type capacity() const { return _allocated; }
   bool empty() const { return _size == 0; }

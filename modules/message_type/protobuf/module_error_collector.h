@@ -31,8 +31,6 @@ class ModuleErrorCollector : public google::protobuf::compiler::MultiFileErrorCo
   // Logs every collected line at the error level; the list is kept.
   void logErrors(tarn_module_logger LOGGER) const;
 
-  size_t size() const { return _errors.size(); }
-
  private:
   std::vector<ErrorMessage> _errors;
 };

@@ -9,6 +9,8 @@
 #include <utility>
 
 #include "module_log.h"
+#include "tarn_protobuf_v2_parser.h"
+#include "tarn_protobuf_v2_tracer.h"
 
 using google::protobuf::Descriptor;
 
@@ -131,4 +133,17 @@ tarn_protobuf_message_type* tarn_protobuf_message_type::create(const tarn_module
 
   LOGGER(tarn_module_log_level_trace, "tarn_protobuf message type context created successfully");
   return context.release();
+}
+
+int tarn_protobuf_message_type::parseMessage(const char* pData_, size_t length_,
+                                             tarn_message_xpath_value_set valueSet_,
+                                             tarn_message_xpath_find_set findSet_) const {
+  tarn_protobuf_v2_parser parser(_pRootDescriptor, valueSet_, findSet_);
+  return parser.parse(pData_, length_);
+}
+
+void tarn_protobuf_message_type::trace(const tarn_trace_buffer* pTraceBuffer_,
+                                       tarn_trace_output_buffer* pOutputBuffer_) const {
+  tarn_protobuf_v2_tracer tracer(_pRootDescriptor, pOutputBuffer_);
+  tracer.trace(pTraceBuffer_);
 }

@@ -25,13 +25,17 @@ class tarn_protobuf_message_type {
   static bool addProtoFile(const char* fileName_);
   bool addType(const char* typeName_);
 
+  // Parses a body into valueSet_ (keeping only what findSet_ asks for, when
+  // it is not null). Returns the parser's status; throws std::bad_alloc when
+  // a level with more than 16 gaps in its field order finds no memory.
   [[nodiscard]] int parseMessage(const char* pData_, size_t length_,
                                  tarn_message_xpath_value_set valueSet_,
                                  tarn_message_xpath_find_set findSet_) const;
-  [[nodiscard]] int trace(const tarn_trace_buffer* pTraceBuffer_,
-                          tarn_trace_output_buffer* pOutputBuffer_) const;
-
-  const google::protobuf::Descriptor* rootDescriptor() const { return _pRootDescriptor; }
+  // Renders the trace of a body into pOutputBuffer_. Throws
+  // trace_output_stream::trace_output_exception when the buffer is full,
+  // leaving the text that fitted.
+  void trace(const tarn_trace_buffer* pTraceBuffer_,
+             tarn_trace_output_buffer* pOutputBuffer_) const;
 
  private:
   const google::protobuf::Descriptor* _pRootDescriptor;

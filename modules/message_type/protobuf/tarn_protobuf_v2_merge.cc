@@ -1,190 +1,47 @@
-// The delta-publish merge: an update message written over a stored one, field by
-// field and level by level, from the two value sets the parser filled. Nothing
-// is decoded or re-encoded: field bytes are copied as the parser recorded them,
-// and only the tags and length prefixes of nested messages merged from both
-// sides are written here. Output goes straight into the host's segment; the
-// only state is the cursor and the recursion.
-//
-// Per level: first every update field in update order (copied, or merged when
-// both sides hold a nested message with children), then every stored field the
-// update does not carry, in stored order.
-//
-// The value sets are read through the host's storage layout, so nothing the
-// sets hold is trusted blindly:
-// - The number of entries a set holds (_storeCount) bounds every index. A set
-//   that parsed to no entries is an empty level, exactly as INVALID is below
-//   the top: the merge of an empty update is the stored message, and the other
-//   way round.
-// - A link is followed only forward, to a higher index that the set holds. The
-//   parser stores a message entry before everything inside it and every field
-//   before its later siblings, so real links always point forward; a link
-//   backwards, to itself or out of the set can only come from a damaged set and
-//   ends that walk. Index 0 is never a child or a later sibling, and the host's
-//   array marker 0xFFFFFFFE is never below the entry count, so both fail too.
-// - A walk can thus neither loop nor leave the set, but links that share
-//   subtrees could still make the work grow without end. The merge visits at
-//   most updateCount + storedCount * (updateCount + 1) entries in all: a
-//   stored level is walked once per update entry merged into it (the same
-//   stored occurrence may receive several update occurrences of a repeated
-//   nested message), plus once at the top. Real sets never reach it; a damaged
-//   one stops there with every open length prefix still written.
-// - Merges nest at most max_merge_depth levels deep.
-// The host sizes the output with the same walk (host/merge_bound.h): the merge
-// checks no capacity, so that rule is what keeps its writes inside the segment.
+// The module's delta-publish merge: the one merge walk (merge_walk.h) with a
+// sink that writes into the host's output segment. The writer checks no
+// capacity: the host reserves the room that the same walk, counting instead
+// of writing, reports (tarn_protobuf_merge_room.h).
 #include <cstring>
 
-#include "tarn_export.h"
+#include "merge_walk.h"
 #include "tarn_protobuf_v2_serializer.h"
 
 namespace {
 
-typedef tarn::tarn_xpath_value_set value_set;
-typedef tarn::tarn_xpath_value value;
+class segment_writer {
+ public:
+  explicit segment_writer(char* pStart_) : _pStart(pStart_), _pDst(pStart_) {}
 
-const uint32_t INVALID = tarn_protobuf_v2_serializer::INVALID;
+  size_t offset() const { return static_cast<size_t>(_pDst - _pStart); }
 
-uint32_t entryCount(const value_set& set_) {
-  return set_._pValueSetImpl == nullptr ? 0 : set_._pValueSetImpl->_storeCount;
-}
+  void copy(const char* pSrc_, size_t n_) {
+    std::memcpy(_pDst, pSrc_, n_);
+    _pDst += n_;
+  }
 
-// The link test: the index names an entry of the set that comes after from_.
-bool linksForward(const value_set& set_, uint32_t from_, uint32_t to_) {
-  return to_ != 0 && to_ != INVALID && to_ < entryCount(set_) && to_ > from_;
-}
+  void skip(size_t n_) { _pDst += n_; }
 
-// Index of the entry stored under hash_, or INVALID. The key table's answer is
-// checked against the entry count before the entry is used.
-uint32_t findIndex(const value_set& set_, uint32_t hash_) {
-  const uint32_t count = entryCount(set_);
-  if (count == 0 || set_._pValueSetImpl->_pKeys == nullptr) return INVALID;
-  const value* pFound = set_.fastFind(hash_);
-  if (pFound == nullptr) return INVALID;
-  const ptrdiff_t index = pFound - set_._pValueSetImpl->_pValues;
-  return index >= 0 && index < static_cast<ptrdiff_t>(count) ? static_cast<uint32_t>(index)
-                                                             : INVALID;
-}
+  void placeLength(size_t slot_, size_t reserved_, size_t length_) {
+    char* pHeader = _pStart + slot_;
+    const size_t needed = varintSize(length_);
+    if (needed != reserved_) std::memmove(pHeader + needed, pHeader + reserved_, length_);
+    _pDst = pHeader + needed + length_;
+    tarn_protobuf_v2_serializer::_writeVarint(pHeader, length_);
+  }
 
-// An entry has bytes in its message when it has a length and a start; entries
-// made from schema defaults have neither.
-bool hasBytes(const value* pValue_) {
-  return pValue_->_rawBytesLength != 0 && pValue_->_pRawBytes != nullptr;
-}
-
-// The elements of a packed field are consecutive siblings that all carry the
-// whole packed field (tag, length and every element) as their raw bytes. The
-// field is written once, for its first element; the later elements share the
-// byte range and add nothing. Two packed blocks of one field are two ranges and
-// are both written, as a reader concatenates them.
-bool repeatsRange(const value* pValue_, const value* pPrevious_) {
-  return pPrevious_ != nullptr && pPrevious_->_pRawBytes == pValue_->_pRawBytes &&
-         pPrevious_->_rawBytesLength == pValue_->_rawBytesLength;
-}
+ private:
+  char* const _pStart;
+  char* _pDst;
+};
 
 }  // namespace
 
 size_t tarn_protobuf_v2_serializer::serializeMerge(tarn_message_xpath_value_set updateSet_,
                                                    tarn_message_xpath_value_set previousSet_) {
-  value_set none;
-  none._pValueSetImpl = nullptr;
-  value_set& updSet = updateSet_ ? *static_cast<value_set*>(updateSet_) : none;
-  value_set& oldSet = previousSet_ ? *static_cast<value_set*>(previousSet_) : none;
-  const uint64_t updCount = entryCount(updSet);
-  const uint64_t oldCount = entryCount(oldSet);
-  _mergeSteps = updCount + oldCount * (updCount + 1);
-  _mergeDepth = 0;
-  return _mergeLevel(updCount ? 0 : INVALID, oldCount ? 0 : INVALID, updSet, oldSet);
-}
-
-size_t tarn_protobuf_v2_serializer::_mergeLevel(uint32_t updSlot_, uint32_t oldSlot_,
-                                                tarn::tarn_xpath_value_set& updSet_,
-                                                tarn::tarn_xpath_value_set& oldSet_) {
-  char* const pStart = _pDst;
-  const uint32_t updCount = entryCount(updSet_);
-  const uint32_t oldCount = entryCount(oldSet_);
-
-  // Update walk: every update field of the level, replacing or merging.
-  const value* pPrevious = nullptr;
-  for (uint32_t updChild = updSlot_; updChild < updCount && _mergeSteps != 0;) {
-    --_mergeSteps;
-    const value* el = updSet_.getBySlot(updChild);
-    // An entry without bytes (a schema default) writes nothing and leaves the
-    // stored field in place: the stored walk below copies it.
-    if (hasBytes(el) && !repeatsRange(el, pPrevious)) {
-      const uint32_t oldIndex = findIndex(oldSet_, el->_hash);
-      const value* pOldValue = oldIndex == INVALID ? nullptr : oldSet_.getBySlot(oldIndex);
-      const size_t oldTag =
-          pOldValue ? _tagLength(pOldValue->_pRawBytes, pOldValue->_rawBytesLength) : 0;
-      if (oldTag != 0 && _mergeDepth < max_merge_depth &&
-          linksForward(updSet_, updChild, el->_firstChild) &&
-          linksForward(oldSet_, oldIndex, pOldValue->_firstChild)) {
-        // Both sides hold a nested message with children: merge them under
-        // the stored tag. The length prefix is reserved from a guess (the
-        // varint size of both fields' lengths together, which covers the
-        // merged body in the usual case); the body moves only when its final
-        // length needs a different number of bytes.
-        std::memcpy(_pDst, pOldValue->_pRawBytes, oldTag);
-        _pDst += oldTag;
-        const size_t bytesGuessed = _bytesForVarint(
-            static_cast<uint32_t>(el->_rawBytesLength + pOldValue->_rawBytesLength));
-        char* const pLengthHeader = _pDst;
-        _pDst += bytesGuessed;
-        char* const pMerged = _pDst;
-        ++_mergeDepth;
-        const size_t writtenBytes =
-            _mergeLevel(el->_firstChild, pOldValue->_firstChild, updSet_, oldSet_);
-        --_mergeDepth;
-        const size_t bytesNeeded = _bytesForVarint(writtenBytes);
-        if (bytesNeeded != bytesGuessed) {
-          std::memmove(pLengthHeader + bytesNeeded, pMerged, writtenBytes);
-          _pDst = pLengthHeader + bytesNeeded + writtenBytes;
-        }
-        char* pHeader = pLengthHeader;
-        _writeVarint(pHeader, writtenBytes);
-      } else {
-        // A scalar, a string, a message new to the stored side, or a nested
-        // message without children on one side (or a stored one whose bytes
-        // hold no tag to write it under): the update's field replaces the
-        // stored one whole.
-        std::memcpy(_pDst, el->_pRawBytes, el->_rawBytesLength);
-        _pDst += el->_rawBytesLength;
-      }
-    }
-    pPrevious = el;
-    const uint32_t next = el->_nextSibling;
-    if (!linksForward(updSet_, updChild, next)) break;
-    updChild = next;
-  }
-
-  // Stored walk: the stored fields the update does not carry with bytes. A
-  // repeated field the update carries is dropped with all its occurrences, so
-  // repeated fields are replaced whole, never element by element.
-  pPrevious = nullptr;
-  for (uint32_t oldChild = oldSlot_; oldChild < oldCount && _mergeSteps != 0;) {
-    --_mergeSteps;
-    const value* el = oldSet_.getBySlot(oldChild);
-    const uint32_t updIndex = findIndex(updSet_, el->_hash);
-    const bool replaced = updIndex != INVALID && hasBytes(updSet_.getBySlot(updIndex));
-    if (!replaced && hasBytes(el) && !repeatsRange(el, pPrevious)) {
-      std::memcpy(_pDst, el->_pRawBytes, el->_rawBytesLength);
-      _pDst += el->_rawBytesLength;
-    }
-    pPrevious = el;
-    const uint32_t next = el->_nextSibling;
-    if (!linksForward(oldSet_, oldChild, next)) break;
-    oldChild = next;
-  }
-  return static_cast<size_t>(_pDst - pStart);
-}
-
-TARN_EXPORT int tarn_message_type_delta_publish_merge(tarn_delta_message_data* pDeltaMessage_) {
-  if (pDeltaMessage_ == nullptr) return 0;
-  tarn_message_xpath_value_set newValues = pDeltaMessage_->update_value_set;
-  tarn_message_xpath_value_set oldValues = pDeltaMessage_->source_value_set;
-  tarn_message_segment& output = pDeltaMessage_->output;
-  char* pDestination = output.data + output.byte_count;
-  tarn_protobuf_v2_serializer serializer(pDestination);
-  const size_t n = serializer.serializeMerge(newValues, oldValues);
-  output.byte_count += static_cast<uint32_t>(n);
-  if (newValues != nullptr) tarn_message_xpath_clear(newValues);
-  return static_cast<int>(output.byte_count);
+  segment_writer writer(_pDst);
+  merge_walk<segment_writer> walk(writer);
+  const size_t written = walk.run(updateSet_, previousSet_);
+  _pDst += written;
+  return written;
 }

@@ -1,26 +1,225 @@
-// The message walker: tags, field lookup, entry preparation, linking, and the
-// defaults of absent fields at the end of each level.
+// The message walker and its field value decoding: tags, field lookup, entry
+// preparation and linking, each arrival as a long, a double or a string
+// reference into the body, packed blocks as one entry per element, the step
+// into nested messages, and the defaults of absent fields at the end of each
+// level. The steps taken once per field occurrence are force-inlined into the
+// level walk; the rarer ones (nested, packed, defaults) are ordinary calls.
 #include "tarn_protobuf_v2_parser.h"
 
-#include <new>
+#include <cstring>
 
-#include "tarn_protobuf_message_type.h"
-#include "tarn_protobuf_v2_parser_inline.h"
+#include "util/base/assert.h"
 
 using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
 
-int tarn_protobuf_message_type::parseMessage(const char* pData_, size_t length_,
-                                             tarn_message_xpath_value_set valueSet_,
-                                             tarn_message_xpath_find_set findSet_) const {
-  try {
-    tarn_protobuf_v2_parser parser(_pRootDescriptor, valueSet_, findSet_);
-    return parser.parse(pData_, length_);
-  } catch (const std::bad_alloc&) {
-    // Only a level with more than 16 gaps allocates; the host must not see
-    // the exception, only a failed parse.
-    return TARN_FAILURE;
+// The wire rules classify field types by libprotobuf's own numbering.
+static_assert(FieldDescriptor::TYPE_DOUBLE == 1 && FieldDescriptor::TYPE_INT32 == 5 &&
+                  FieldDescriptor::TYPE_GROUP == 10 && FieldDescriptor::TYPE_SINT64 == 18 &&
+                  FieldDescriptor::MAX_TYPE == 18,
+              "field type numbers as travelOf takes them");
+
+namespace {
+
+inline double asDouble(uint64_t bits_) {
+  double value;
+  std::memcpy(&value, &bits_, sizeof value);
+  return value;
+}
+
+inline double widenFloat(uint32_t bits_) {
+  float value;
+  std::memcpy(&value, &bits_, sizeof value);
+  return value;
+}
+
+// The value a varint carries for a field type, or false for a type that
+// cannot arrive as a varint.
+inline bool varintAs(FieldDescriptor::Type type_, uint64_t v_, int64_t& out_) {
+  switch (travelOf(type_)) {
+    case travel_varint:
+      // All 64 bits as sent (a bool keeps its number, a uint32 is not cut),
+      // except that an int32 is its low 32 bits, sign-extended.
+      out_ = type_ == FieldDescriptor::TYPE_INT32 ? static_cast<int32_t>(static_cast<uint32_t>(v_))
+                                                  : static_cast<int64_t>(v_);
+      return true;
+    case travel_zigzag:
+      out_ = zigzagDecode(v_);
+      return true;
+    default:
+      return false;
   }
+}
+
+inline void setFixed64(tarn_message_value_set_entry* pValue_, FieldDescriptor::Type type_,
+                       uint64_t bits_) {
+  if (type_ == FieldDescriptor::TYPE_DOUBLE) {
+    tarn_message_value_set_entry_set_double(pValue_, asDouble(bits_));
+  } else {
+    tarn_message_value_set_entry_set_long(pValue_, static_cast<int64_t>(bits_));
+  }
+}
+
+inline void setFixed32(tarn_message_value_set_entry* pValue_, FieldDescriptor::Type type_,
+                       uint32_t bits_) {
+  if (type_ == FieldDescriptor::TYPE_FLOAT) {
+    tarn_message_value_set_entry_set_double(pValue_, widenFloat(bits_));
+  } else if (type_ == FieldDescriptor::TYPE_SFIXED32) {
+    tarn_message_value_set_entry_set_long(pValue_, static_cast<int32_t>(bits_));
+  } else {
+    tarn_message_value_set_entry_set_long(pValue_, bits_);
+  }
+}
+
+// A default's value stored in an entry; both always succeed.
+int setLong(tarn_message_value_set_entry* pValue_, int64_t value_) {
+  tarn_message_value_set_entry_set_long(pValue_, value_);
+  return TARN_SUCCESS;
+}
+
+int setDouble(tarn_message_value_set_entry* pValue_, double value_) {
+  tarn_message_value_set_entry_set_double(pValue_, value_);
+  return TARN_SUCCESS;
+}
+
+}  // namespace
+
+// A varint cut off by pEnd_ reads as 0 and leaves pSrc_ at pEnd_: the walk
+// then sees field 0 (which no descriptor has) or a level that has ended. The
+// slow path returns the value rather than storing it, since nearly every
+// varint of two bytes or more is read here.
+TARN_ALWAYS_INLINE uint64_t tarn_protobuf_v2_parser::_consumeVarint(const char*& pSrc_,
+                                                                    const char* pEnd_) {
+  if (__builtin_expect(pSrc_ < pEnd_ && static_cast<unsigned char>(*pSrc_) < 0x80, 1)) {
+    return static_cast<unsigned char>(*pSrc_++);
+  }
+  return _consumeVarintSlow(pSrc_, pEnd_);
+}
+
+uint64_t tarn_protobuf_v2_parser::_consumeVarintSlow(const char*& pSrc_, const char* pEnd_) {
+  uint64_t value;
+  if (readVarintLong(pSrc_, pEnd_, value)) return value;
+  pSrc_ = pEnd_;
+  return 0;
+}
+
+// The field of pDescriptor_ declared with number_, exactly as
+// FindFieldByNumber answers, or null. Fields mostly arrive in declaration
+// order, and numbers are often 1..n in that order, so the field after the
+// previous one and the field at number_ - 1 are tried first through inline
+// accessors; only a miss pays for the table lookup. indexHint_ may be any
+// int. On success index_ is the field's index().
+TARN_ALWAYS_INLINE const FieldDescriptor* tarn_protobuf_v2_parser::_findField(
+    const Descriptor* pDescriptor_, int fieldCount_, int number_, int indexHint_, int& index_) {
+  if (static_cast<unsigned>(indexHint_) < static_cast<unsigned>(fieldCount_)) {
+    const FieldDescriptor* pField = pDescriptor_->field(indexHint_);
+    if (pField->number() == number_) {
+      index_ = indexHint_;
+      return pField;
+    }
+  }
+  // Unsigned, so that 0 and negative numbers fall out of range instead of
+  // overflowing.
+  const unsigned byNumber = static_cast<unsigned>(number_) - 1u;
+  if (byNumber < static_cast<unsigned>(fieldCount_)) {
+    const FieldDescriptor* pField = pDescriptor_->field(static_cast<int>(byNumber));
+    if (pField->number() == number_) {
+      index_ = static_cast<int>(byNumber);
+      return pField;
+    }
+  }
+  return _findFieldSlow(pDescriptor_, number_, index_);
+}
+
+TARN_ALWAYS_INLINE void tarn_protobuf_v2_parser::_initializeValueFromDescriptor(
+    tarn_message_value_set_entry* pValue_, const google::protobuf::FieldDescriptor* pField_,
+    parse_context& parseContext_) {
+  *pValue_ = tarn_message_value_set_entry();
+  const std::string& name = pField_->name();
+  pValue_->hash = tarn_message_xpath_hash_string(name.data(), name.size(), parseContext_._baseHash);
+  pValue_->parent = parseContext_._rootIndex;
+  pValue_->first_child = INVALID;
+  pValue_->next_sibling = INVALID;
+  pValue_->tag_bytes = name.data();
+  pValue_->tag_length = static_cast<uint32_t>(name.size());
+  if (pField_->label() == google::protobuf::FieldDescriptor::LABEL_REQUIRED) {
+    pValue_->value_flags = tarn_message_value_set_entry_flag_required;
+  }
+}
+
+TARN_ALWAYS_INLINE uint32_t
+tarn_protobuf_v2_parser::_insert(tarn_message_value_set_entry* pValue_) {
+  const uint32_t previous = _previousSibling;
+  const uint32_t index = tarn_message_xpath_update(_valueSet, _findSet, pValue_);
+  _previousSibling = index;
+  // The host may move its storage on every update, so stored entries are
+  // fetched afresh and the pointers dropped at once.
+  if (previous != INVALID) {
+    tarn_message_value_set_entry* pPrevious = tarn_message_xpath_get(_valueSet, previous);
+    if (pPrevious != nullptr) pPrevious->next_sibling = index;
+    // A level's link state names a stored entry only once the level has
+    // stored one, and storing the first one gave the parent its first child:
+    // there is nothing left to do to the parent.
+    return index;
+  }
+  if (pValue_->parent != INVALID) {
+    tarn_message_value_set_entry* pParent = tarn_message_xpath_get(_valueSet, pValue_->parent);
+    if (pParent != nullptr && pParent->first_child == INVALID) pParent->first_child = index;
+  }
+  return index;
+}
+
+TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
+    tarn_message_value_set_entry* pValue_,
+    const google::protobuf::FieldDescriptor* pFieldDescriptor_, wire_type wiretype_,
+    parse_context& context_, const char* pValueStart_, const char* pEnd_) {
+  const FieldDescriptor::Type type = pFieldDescriptor_->type();
+  switch (wiretype_) {
+    case VARINT: {
+      int64_t value;
+      if (!varintAs(type, _consumeVarint(context_._pSrc, pEnd_), value)) return TARN_FAILURE;
+      tarn_message_value_set_entry_set_long(pValue_, value);
+      break;
+    }
+    case FIXED64:
+      // A value cut off by the end of the level is malformed, as a length
+      // prefix running past it is; nothing beyond the level is read.
+      if (pEnd_ - context_._pSrc < 8) return TARN_FAILURE;
+      setFixed64(pValue_, type, loadFixed64(context_._pSrc));
+      context_._pSrc += 8;
+      break;
+    case FIXED32:
+      if (pEnd_ - context_._pSrc < 4) return TARN_FAILURE;
+      setFixed32(pValue_, type, loadFixed32(context_._pSrc));
+      context_._pSrc += 4;
+      break;
+    case LENGTH_DELIMITED: {
+      // is_packed() is a library call; it can only hold for a packable field,
+      // which the inline is_packable() tells first.
+      if (pFieldDescriptor_->is_packable() && pFieldDescriptor_->is_packed()) {
+        return _consumePacked(pFieldDescriptor_, pValue_, context_, pValueStart_, pEnd_);
+      }
+      const uint64_t length = _consumeVarint(context_._pSrc, pEnd_);
+      // Compared with what is left, so no length can wrap the position.
+      if (length > static_cast<uint64_t>(pEnd_ - context_._pSrc)) return TARN_FAILURE;
+      if (type == FieldDescriptor::TYPE_MESSAGE) {
+        return _consumeMessage(pValue_, pFieldDescriptor_, context_, pValueStart_,
+                               static_cast<size_t>(length));
+      }
+      // Strings, bytes, groups and unpacked scalars sent as a block: the
+      // payload byte for byte, unchecked.
+      pValue_->string_rep = context_._pSrc;
+      pValue_->string_rep_length = static_cast<uint32_t>(length);
+      context_._pSrc += length;
+      break;
+    }
+    default:
+      return TARN_FAILURE;
+  }
+  pValue_->raw_bytes = pValueStart_;
+  pValue_->raw_bytes_length = static_cast<uint32_t>(context_._pSrc - pValueStart_);
+  _insert(pValue_);
+  return TARN_SUCCESS;
 }
 
 int tarn_protobuf_v2_parser::parse(const char* pSource_, size_t sourceLength_) {
@@ -31,31 +230,6 @@ int tarn_protobuf_v2_parser::parse(const char* pSource_, size_t sourceLength_) {
   context._baseHash = tarn_message_xpath_hash_get_base(_valueSet);
   context._rootIndex = INVALID;
   return _parseMessage(context);
-}
-
-uint64_t tarn_protobuf_v2_parser::_consumeVarintSlow(const char*& pSrc_, const char* pEnd_) {
-  const auto* p = reinterpret_cast<const unsigned char*>(pSrc_);
-  // With ten bytes left a varint of up to ten bytes cannot be cut off, so its
-  // bytes are taken without a bound check each. Byte 9 holds bit 63 only; the
-  // shift drops its higher bits, as readVarint does.
-  if (pEnd_ - pSrc_ >= 10) {
-    uint64_t value = 0;
-    for (unsigned i = 0; i < 10; ++i) {
-      const uint64_t byte = p[i];
-      value |= (byte & 0x7F) << (varint_component_bits * i);
-      if (byte < 0x80) {
-        pSrc_ += i + 1;
-        return value;
-      }
-    }
-    // Longer than ten bytes: only the checked reading knows where it ends.
-  }
-  uint64_t value;
-  if (!readVarint(pSrc_, pEnd_, value)) {
-    pSrc_ = pEnd_;
-    return 0;
-  }
-  return value;
 }
 
 const FieldDescriptor* tarn_protobuf_v2_parser::_findFieldSlow(const Descriptor* pDescriptor_,
@@ -105,6 +279,101 @@ int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
     }
   }
   return _insertDefaults(context_, omittedRanges, lastFieldSeenIndex);
+}
+
+int tarn_protobuf_v2_parser::_consumeMessage(tarn_message_value_set_entry* pValue_,
+                                             const FieldDescriptor* pFieldDescriptor_,
+                                             parse_context& context_, const char* pValueStart_,
+                                             size_t length_) {
+  const Descriptor* const pType = pFieldDescriptor_->message_type();
+  if (pType == nullptr) return TARN_FAILURE;
+  // Refused before the entry is stored: a level too deep leaves nothing of
+  // its field behind, like every other rejected value.
+  if (!mayNest(_depth)) return TARN_FAILURE;
+
+  const char* const pPayload = context_._pSrc;
+  pValue_->raw_bytes = pValueStart_;
+  pValue_->raw_bytes_length = static_cast<uint32_t>(pPayload + length_ - pValueStart_);
+
+  parse_context child;
+  child._pDescriptor = pType;
+  child._pSrc = pPayload;
+  child._srcLength = length_;
+  child._baseHash = tarn_message_xpath_hash_add_separator(pValue_->hash);
+  child._rootIndex = _insert(pValue_);
+
+  const uint32_t uplevelPreviousSibling = _descend();
+  const int result = _parseMessage(child);
+  _ascend(uplevelPreviousSibling);
+  if (result != TARN_SUCCESS) return TARN_FAILURE;
+
+  context_._pSrc = pPayload + length_;
+  return TARN_SUCCESS;
+}
+
+int tarn_protobuf_v2_parser::_consumePacked(const FieldDescriptor* pFieldDescriptor_,
+                                            tarn_message_value_set_entry* pValue_,
+                                            parse_context& context_, const char* pValueStart_,
+                                            const char* pEnd_) {
+  const FieldDescriptor::Type type = pFieldDescriptor_->type();
+  const field_travel element = travelOf(type);
+  if (!travelsPacked(element)) return TARN_FAILURE;
+
+  const uint64_t length = _consumeVarint(context_._pSrc, pEnd_);
+  if (length > static_cast<uint64_t>(pEnd_ - context_._pSrc)) return TARN_FAILURE;
+  const char* const pBlockEnd = context_._pSrc + length;
+
+  // Every element must lie inside its block, and the whole block is checked
+  // before the first element is stored, so a bad block leaves nothing of its
+  // field behind. For varints it is enough that the block's last byte ends a
+  // varint: then every element ends at or before it. Elements never read into
+  // the bytes after the block.
+  switch (element) {
+    case travel_varint:
+    case travel_zigzag:
+      if (length != 0 && (static_cast<unsigned char>(pBlockEnd[-1]) & 0x80) != 0) {
+        return TARN_FAILURE;
+      }
+      break;
+    case travel_fixed32:
+      if (length % 4 != 0) return TARN_FAILURE;
+      break;
+    default:
+      if (length % 8 != 0) return TARN_FAILURE;
+      break;
+  }
+
+  pValue_->raw_bytes = pValueStart_;
+  pValue_->raw_bytes_length = static_cast<uint32_t>(pBlockEnd - pValueStart_);
+
+  // One loop per element kind, so that the kind is decided once per block.
+  const char*& pSrc = context_._pSrc;
+  switch (element) {
+    case travel_varint:
+    case travel_zigzag:
+      while (pSrc < pBlockEnd) {
+        int64_t value = 0;
+        const bool known = varintAs(type, _consumeVarint(pSrc, pBlockEnd), value);
+        TARN_ASSERT(known);
+        tarn_message_value_set_entry_set_long(pValue_, value);
+        _insert(pValue_);
+      }
+      break;
+    case travel_fixed32:
+      for (; pSrc < pBlockEnd; pSrc += 4) {
+        setFixed32(pValue_, type, loadFixed32(pSrc));
+        _insert(pValue_);
+      }
+      break;
+    default:
+      TARN_ASSERT(element == travel_fixed64);
+      for (; pSrc < pBlockEnd; pSrc += 8) {
+        setFixed64(pValue_, type, loadFixed64(pSrc));
+        _insert(pValue_);
+      }
+      break;
+  }
+  return TARN_SUCCESS;
 }
 
 uint32_t tarn_protobuf_v2_parser::_descend() {
@@ -169,34 +438,26 @@ int tarn_protobuf_v2_parser::_insertDefault(parse_context& context_, field_handl
 
 int tarn_protobuf_v2_parser::_setValueFromDescriptorDefault(tarn_message_value_set_entry* pValue_,
                                                             const FieldDescriptor* pField_) {
-  switch (pField_->cpp_type()) {
+  const FieldDescriptor& f = *pField_;
+  switch (f.cpp_type()) {
     case FieldDescriptor::CPPTYPE_INT32:
-      tarn_message_value_set_entry_set_long(pValue_, pField_->default_value_int32());
-      return TARN_SUCCESS;
+      return setLong(pValue_, f.default_value_int32());
     case FieldDescriptor::CPPTYPE_INT64:
-      tarn_message_value_set_entry_set_long(pValue_, pField_->default_value_int64());
-      return TARN_SUCCESS;
+      return setLong(pValue_, f.default_value_int64());
     case FieldDescriptor::CPPTYPE_UINT32:
-      tarn_message_value_set_entry_set_long(pValue_, pField_->default_value_uint32());
-      return TARN_SUCCESS;
+      return setLong(pValue_, f.default_value_uint32());
     case FieldDescriptor::CPPTYPE_UINT64:
-      tarn_message_value_set_entry_set_long(pValue_,
-                                            static_cast<int64_t>(pField_->default_value_uint64()));
-      return TARN_SUCCESS;
+      return setLong(pValue_, static_cast<int64_t>(f.default_value_uint64()));
     case FieldDescriptor::CPPTYPE_DOUBLE:
-      tarn_message_value_set_entry_set_double(pValue_, pField_->default_value_double());
-      return TARN_SUCCESS;
+      return setDouble(pValue_, f.default_value_double());
     case FieldDescriptor::CPPTYPE_FLOAT:
-      tarn_message_value_set_entry_set_double(pValue_, pField_->default_value_float());
-      return TARN_SUCCESS;
+      return setDouble(pValue_, f.default_value_float());
     case FieldDescriptor::CPPTYPE_BOOL:
-      tarn_message_value_set_entry_set_long(pValue_, pField_->default_value_bool() ? 1 : 0);
-      return TARN_SUCCESS;
+      return setLong(pValue_, f.default_value_bool() ? 1 : 0);
     case FieldDescriptor::CPPTYPE_ENUM:
-      tarn_message_value_set_entry_set_long(pValue_, pField_->default_value_enum()->number());
-      return TARN_SUCCESS;
+      return setLong(pValue_, f.default_value_enum()->number());
     case FieldDescriptor::CPPTYPE_STRING: {
-      const std::string& text = pField_->default_value_string();
+      const std::string& text = f.default_value_string();
       pValue_->string_rep = text.data();
       pValue_->string_rep_length = static_cast<uint32_t>(text.size());
       return TARN_SUCCESS;

@@ -17,21 +17,12 @@
 
 #include "message_type/tarn_message_type.h"
 #include "util/base/hybrid_worklist.h"
-#include "wire_type.h"
-
-#define TARN_ALWAYS_INLINE inline __attribute__((always_inline))
-#define TARN_NOINLINE __attribute__((noinline))
+#include "wire_format.h"
 
 class tarn_protobuf_v2_parser {
  public:
   static constexpr uint32_t INVALID = 0xFFFFFFFFu;
 
-  // Nested message levels allowed below the body, as libprotobuf's default
-  // recursion limit. Each level costs one _parseMessage frame, so without a
-  // bound a body of nested length prefixes could exhaust the host's stack.
-  static constexpr uint32_t max_nesting_depth = 100;
-
-  // A field descriptor's address carried as an integer.
   typedef size_t field_handle;
 
   // One message level: the body itself or the payload of one nested message.
@@ -63,46 +54,8 @@ class tarn_protobuf_v2_parser {
 
   [[nodiscard]] int parse(const char* pSource_, size_t sourceLength_);
 
-  // Base 128, least significant group first. A varint cut off by pEnd_ reads
-  // as 0 and leaves pSrc_ at pEnd_. Groups beyond the 64th bit are dropped, so
-  // an over-long varint yields its value modulo 2^64.
-  static TARN_ALWAYS_INLINE uint64_t _consumeVarint(const char*& pSrc_, const char* pEnd_) {
-    if (__builtin_expect(pSrc_ < pEnd_ && static_cast<unsigned char>(*pSrc_) < 0x80, 1)) {
-      return static_cast<unsigned char>(*pSrc_++);
-    }
-    return _consumeVarintSlow(pSrc_, pEnd_);
-  }
-
-  // The field of pDescriptor_ declared with number_, exactly as
-  // FindFieldByNumber answers, or null. Fields mostly arrive in declaration
-  // order, and numbers are often 1..n in that order, so the field after the
-  // previous one and the field at number_ - 1 are tried first through inline
-  // accessors; only a miss pays for the table lookup. indexHint_ may be any
-  // int. On success index_ is the field's index().
-  static TARN_ALWAYS_INLINE const google::protobuf::FieldDescriptor* _findField(
-      const google::protobuf::Descriptor* pDescriptor_, int fieldCount_, int number_,
-      int indexHint_, int& index_) {
-    if (static_cast<unsigned>(indexHint_) < static_cast<unsigned>(fieldCount_)) {
-      const google::protobuf::FieldDescriptor* pField = pDescriptor_->field(indexHint_);
-      if (pField->number() == number_) {
-        index_ = indexHint_;
-        return pField;
-      }
-    }
-    // Unsigned, so that 0 and negative numbers fall out of range instead of
-    // overflowing.
-    const unsigned byNumber = static_cast<unsigned>(number_) - 1u;
-    if (byNumber < static_cast<unsigned>(fieldCount_)) {
-      const google::protobuf::FieldDescriptor* pField =
-          pDescriptor_->field(static_cast<int>(byNumber));
-      if (pField->number() == number_) {
-        index_ = static_cast<int>(byNumber);
-        return pField;
-      }
-    }
-    return _findFieldSlow(pDescriptor_, number_, index_);
-  }
-
+ private:
+  // A field descriptor's address carried as an integer.
   static field_handle toHandle(const google::protobuf::FieldDescriptor* pField_) {
     return reinterpret_cast<field_handle>(pField_);
   }
@@ -110,8 +63,11 @@ class tarn_protobuf_v2_parser {
     return reinterpret_cast<const google::protobuf::FieldDescriptor*>(handle_);
   }
 
- private:
+  static uint64_t _consumeVarint(const char*& pSrc_, const char* pEnd_);
   static TARN_NOINLINE uint64_t _consumeVarintSlow(const char*& pSrc_, const char* pEnd_);
+  static const google::protobuf::FieldDescriptor* _findField(
+      const google::protobuf::Descriptor* pDescriptor_, int fieldCount_, int number_,
+      int indexHint_, int& index_);
   static const google::protobuf::FieldDescriptor* _findFieldSlow(
       const google::protobuf::Descriptor* pDescriptor_, int number_, int& index_);
 

@@ -1,4 +1,4 @@
-// Serialization from a host value list, and the two serialization doors.
+// Serialization from a host value list.
 //
 // Every value already carries the encoded bytes of its field; the only work is
 // nesting. A document value opens a submessage: its tag is copied and four
@@ -8,33 +8,30 @@
 
 #include <climits>
 #include <cstring>
-#include <new>
-
-#include "tarn_export.h"
-
 namespace {
 
-const uint32_t serializable_body_type = 5;
+// The first and the last sizeof(Word) bytes of n_, for sizeof(Word) <= n_ <=
+// 2 * sizeof(Word): two fixed-size moves that overlap in the middle.
+template <typename Word>
+inline void copyEnds(char* pDst_, const char* pSrc_, size_t n_) {
+  Word head, tail;
+  std::memcpy(&head, pSrc_, sizeof(Word));
+  std::memcpy(&tail, pSrc_ + n_ - sizeof(Word), sizeof(Word));
+  std::memcpy(pDst_, &head, sizeof(Word));
+  std::memcpy(pDst_ + n_ - sizeof(Word), &tail, sizeof(Word));
+}
 
 // Copies exactly n_ bytes. Most values are a tag and a short number, where a
-// call to memcpy costs more than the copy: up to 16 bytes are moved inline as
-// two fixed-size words that overlap in the middle, so nothing outside
-// [pDst_, pDst_ + n_) is written and nothing outside [pSrc_, pSrc_ + n_) read.
+// call to memcpy costs more than the copy: up to 16 bytes are moved inline, so
+// nothing outside [pDst_, pDst_ + n_) is written and nothing outside
+// [pSrc_, pSrc_ + n_) read.
 inline void copyValue(char* pDst_, const char* pSrc_, size_t n_) {
   if (n_ > 16) {
     std::memcpy(pDst_, pSrc_, n_);
   } else if (n_ >= 8) {
-    uint64_t head, tail;
-    std::memcpy(&head, pSrc_, 8);
-    std::memcpy(&tail, pSrc_ + n_ - 8, 8);
-    std::memcpy(pDst_, &head, 8);
-    std::memcpy(pDst_ + n_ - 8, &tail, 8);
+    copyEnds<uint64_t>(pDst_, pSrc_, n_);
   } else if (n_ >= 4) {
-    uint32_t head, tail;
-    std::memcpy(&head, pSrc_, 4);
-    std::memcpy(&tail, pSrc_ + n_ - 4, 4);
-    std::memcpy(pDst_, &head, 4);
-    std::memcpy(pDst_ + n_ - 4, &tail, 4);
+    copyEnds<uint32_t>(pDst_, pSrc_, n_);
   } else if (n_ != 0) {
     const char first = pSrc_[0], middle = pSrc_[n_ / 2], last = pSrc_[n_ - 1];
     pDst_[0] = first;
@@ -82,11 +79,10 @@ bool writeValues(const tarn_message_value* pValues_, size_t count_, char*& pDst_
     if (value.type_hint == tarn_message_xpath_value_type_document) {
       // A document without a complete tag at the start of its bytes cannot
       // be framed; the whole list is refused rather than written unframed.
-      const size_t tagLength =
-          tarn_protobuf_v2_serializer::_tagLength(value.raw_bytes, value.raw_bytes_length);
-      if (tagLength == 0) return false;
-      copyValue(pDst, value.raw_bytes, tagLength);
-      pDst += tagLength;
+      const size_t tagBytes = tagLength(value.raw_bytes, value.raw_bytes_length);
+      if (tagBytes == 0) return false;
+      copyValue(pDst, value.raw_bytes, tagBytes);
+      pDst += tagBytes;
       stack.push_back(tarn_protobuf_v2_serializer::tagstack_entry{pDst});
       pDst += tarn_protobuf_v2_serializer::max_submessage_length_varint;
     } else if (value.raw_bytes_length != 0 && value.raw_bytes != nullptr) {
@@ -105,13 +101,8 @@ bool writeValues(const tarn_message_value* pValues_, size_t count_, char*& pDst_
 size_t tarn_protobuf_v2_serializer::serializeDelta(const tarn_message_value_list& values_) {
   char* const pStart = _pDst;
   if (values_.values == nullptr) return 0;
-  bool written = false;
-  try {
-    written = writeValues(values_.values, values_.count, _pDst);
-  } catch (const std::bad_alloc&) {
-    // More than 64 submessages open at once and no memory for the deeper stack.
-  }
-  return written ? static_cast<size_t>(_pDst - pStart) : 0;
+  if (!writeValues(values_.values, values_.count, _pDst)) return 0;
+  return static_cast<size_t>(_pDst - pStart);
 }
 
 // The room the host sets aside for a serialization: the segment's content, the
@@ -121,10 +112,9 @@ size_t tarn_protobuf_v2_serializer::serializeDelta(const tarn_message_value_list
 // (tag and one 0x00, two raw bytes) would write five. Sums beyond what an int
 // can say are reported as INT_MAX rather than wrapped, so a host is never told
 // to reserve less than the list needs.
-TARN_EXPORT int tarn_message_type_compute_serialize_size(tarn_output_message_data* outputMessage_) {
-  if (outputMessage_ == nullptr || outputMessage_->body_type != serializable_body_type) return 0;
-  uint64_t msgLen = uint64_t{outputMessage_->message.byte_count} + outputMessage_->data.byte_count;
-  const tarn_message_value_list* pList = outputMessage_->value_list;
+int tarn_protobuf_v2_serializer::serializeRoom(const tarn_output_message_data& message_) {
+  uint64_t msgLen = uint64_t{message_.message.byte_count} + message_.data.byte_count;
+  const tarn_message_value_list* pList = message_.value_list;
   if (pList != nullptr && pList->values != nullptr) {
     for (size_t i = 0; i < pList->count && msgLen <= INT_MAX; ++i) {
       const tarn_message_xpath_value& value = pList->values[i].xpath_value;
@@ -137,16 +127,4 @@ TARN_EXPORT int tarn_message_type_compute_serialize_size(tarn_output_message_dat
     }
   }
   return msgLen > INT_MAX ? INT_MAX : static_cast<int>(msgLen);
-}
-
-TARN_EXPORT int tarn_message_type_serialize_message(tarn_output_message_data* outputMessage_) {
-  if (outputMessage_ == nullptr || outputMessage_->body_type != serializable_body_type)
-    return TARN_FAILURE;
-  tarn_message_segment& message = outputMessage_->message;
-  if (outputMessage_->value_list == nullptr) return TARN_SUCCESS;
-  char* pDestination = message.data + message.byte_offset + message.byte_count;
-  tarn_protobuf_v2_serializer serializer(pDestination);
-  const size_t n = serializer.serializeDelta(*outputMessage_->value_list);
-  message.byte_count += static_cast<uint32_t>(n);
-  return TARN_SUCCESS;
 }

@@ -4,7 +4,8 @@
 // list (serializeDelta) and the delta-publish merge of two parsed messages
 // (serializeMerge). The caller sizes the output region; the writer keeps no
 // capacity and checks none, so every bound on what it writes is kept by the
-// algorithms themselves (see the .cc files).
+// algorithms themselves: serializeRoom for a value list, the merge room
+// (merge_walk.h) for a merge.
 //
 // The varint primitives are inline and header-only; they take the cursor they
 // write through as an explicit reference so that a caller can fill a slot it
@@ -18,6 +19,7 @@
 #include "message_type/tarn_message_type.h"
 #include "tarn/tarn_xpath_value_set.h"
 #include "util/base/hybrid_worklist.h"
+#include "wire_format.h"
 
 class tarn_protobuf_v2_serializer {
  public:
@@ -31,24 +33,10 @@ class tarn_protobuf_v2_serializer {
   // Every nested length written by serializeDelta takes exactly this many
   // bytes, so the longest body that fits is 2^28 - 1 bytes.
   static const unsigned max_submessage_length_varint = 4;
-  static const uint32_t INVALID = 0xFFFFFFFFu;
-  // Nested messages merged inside one another at most this deep; below it an
-  // update's nested message replaces the stored one whole. Protobuf readers
-  // stop at the same depth by default, and it keeps the recursion's stack use
-  // small whatever links a value set holds.
-  static const unsigned max_merge_depth = 100;
+  // The only body type a value list is serialized for.
+  static const uint32_t serializable_body_type = 5;
 
   explicit tarn_protobuf_v2_serializer(char* pDst_) : _pDst(pDst_) {}
-
-  // Bytes of the minimal varint of value_; 0 takes one byte.
-  static size_t _bytesForVarint(size_t value_) {
-    size_t count = 0;
-    do {
-      ++count;
-      value_ >>= 7;
-    } while (value_ != 0);
-    return count;
-  }
 
   // The minimal varint of value_ at pDst_, which ends just past it.
   static void _writeVarint(char*& pDst_, size_t value_) {
@@ -66,7 +54,7 @@ class tarn_protobuf_v2_serializer {
   // the same value. When the minimal form is longer than bytes_, nothing is
   // written, pDst_ stays put and the result is false.
   static bool _writeFixedSizeVarint(char*& pDst_, size_t value_, unsigned bytes_) {
-    const size_t bytesNeeded = _bytesForVarint(value_);
+    const size_t bytesNeeded = varintSize(value_);
     if (bytesNeeded > bytes_) return false;
     _writeVarint(pDst_, value_);
     size_t fill = bytes_ - bytesNeeded;
@@ -81,39 +69,23 @@ class tarn_protobuf_v2_serializer {
     return true;
   }
 
-  // Length of the tag varint at the start of a field's encoding: every byte up
-  // to and including the first without the continuation bit. 0 when the bytes
-  // hold no complete tag (absent, or cut off), so a caller never reads past
-  // the length it was given.
-  static size_t _tagLength(const char* pRaw_, size_t rawLength_) {
-    if (pRaw_ == nullptr) return 0;
-    for (size_t i = 0; i < rawLength_; ++i)
-      if ((static_cast<unsigned char>(pRaw_[i]) & 0x80) == 0) return i + 1;
-    return 0;
-  }
-
   // Writes the values of the list at _pDst, nesting submessages by depth.
   // Returns the bytes written, or 0 when the list cannot be written (a nested
-  // body of 2^28 bytes or more, a document value without a readable tag, or no
-  // memory for a tag stack deeper than 64).
+  // body of 2^28 bytes or more, or a document value without a readable tag).
+  // Throws std::bad_alloc when a tag stack deeper than 64 finds no memory.
   size_t serializeDelta(const tarn_message_value_list& values_);
+
+  // The room a host sets aside for serializing message_: its content so far
+  // and everything serializeDelta can write, at most INT_MAX.
+  static int serializeRoom(const tarn_output_message_data& message_);
 
   // Writes the update message merged over the stored one at _pDst and returns
   // the bytes written. Either handle may be null or name an empty set.
   size_t serializeMerge(tarn_message_xpath_value_set updateSet_,
                         tarn_message_xpath_value_set previousSet_);
 
-  // Merges one level: the update entries chained from updSlot_ over the stored
-  // entries chained from oldSlot_ (either INVALID for an empty side).
-  size_t _mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, tarn::tarn_xpath_value_set& updSet_,
-                     tarn::tarn_xpath_value_set& oldSet_);
-
  private:
   char* _pDst;
-  // Merge guards, set by serializeMerge: entries the merge may still visit,
-  // and the number of nested merges now open.
-  uint64_t _mergeSteps = 0;
-  unsigned _mergeDepth = 0;
 };
 
 #endif

@@ -3,38 +3,39 @@
 #include <climits>
 #include <cstring>
 
-#include "tarn_protobuf_message_type.h"
 #include "util/base/cstring.h"
-#include "wire_type.h"
+#include "wire_format.h"
 
 using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
 
 namespace {
 
-// Fixed-width values are little-endian in the wire format, as on the hosts this
-// module runs on; memcpy because they sit at any byte position.
-template <typename T>
-bool readFixed(const char*& pSrc_, const char* pEnd_, T& value_) {
-  if (static_cast<size_t>(pEnd_ - pSrc_) < sizeof(T)) return false;
-  std::memcpy(&value_, pSrc_, sizeof(T));
-  pSrc_ += sizeof(T);
+// One scalar that travels as travel_ (a varint or a fixed-width value) and
+// must end before pEnd_, as raw bits; false when it is cut off.
+TARN_ALWAYS_INLINE bool readScalar(field_travel travel_, const char*& pSrc_, const char* pEnd_,
+                                   uint64_t& bits_) {
+  if (travel_ == travel_varint || travel_ == travel_zigzag) return readVarint(pSrc_, pEnd_, bits_);
+  const unsigned width = travel_ == travel_fixed64 ? 8 : 4;
+  if (pEnd_ - pSrc_ < static_cast<ptrdiff_t>(width)) return false;
+  bits_ = width == 8 ? loadFixed64(pSrc_) : loadFixed32(pSrc_);
+  pSrc_ += width;
   return true;
 }
 
-}  // namespace
-
-int tarn_protobuf_message_type::trace(const tarn_trace_buffer* pTraceBuffer_,
-                                      tarn_trace_output_buffer* pOutputBuffer_) const {
-  tarn_protobuf_v2_tracer tracer(_pRootDescriptor, pOutputBuffer_);
-  try {
-    tracer.trace(pTraceBuffer_);
-  } catch (const trace_output_stream::trace_output_exception&) {
-    // The buffer keeps the text that fitted; the host learns only that it is cut.
-    return TARN_FAILURE;
-  }
-  return TARN_SUCCESS;
+double asDouble(uint64_t bits_) {
+  double value;
+  std::memcpy(&value, &bits_, sizeof value);
+  return value;
 }
+
+double widenFloat(uint32_t bits_) {
+  float value;
+  std::memcpy(&value, &bits_, sizeof value);
+  return value;
+}
+
+}  // namespace
 
 void tarn_protobuf_v2_tracer::trace(const tarn_trace_buffer* pMessage_) {
   _os << "protobuf(";
@@ -74,43 +75,54 @@ void tarn_protobuf_v2_tracer::_key(const FieldDescriptor* pField_, bool first_) 
   _separator(first_) << '"' << pField_->name() << '"' << ':';
 }
 
+TARN_ALWAYS_INLINE void tarn_protobuf_v2_tracer::_scalar(field_travel travel_, Type type_,
+                                                         uint64_t bits_, bool packed_) {
+  switch (travel_) {
+    case travel_varint:
+      _os << bits_;
+      return;
+    case travel_zigzag:
+      _os << zigzagDecode(bits_);
+      return;
+    case travel_fixed32:
+      if (type_ == FieldDescriptor::TYPE_FLOAT) {
+        _os << widenFloat(static_cast<uint32_t>(bits_));
+      } else if (!packed_ || type_ == FieldDescriptor::TYPE_SFIXED32) {
+        _os << static_cast<int32_t>(static_cast<uint32_t>(bits_));
+      } else {
+        _os << static_cast<uint32_t>(bits_);
+      }
+      return;
+    default:
+      if (type_ == FieldDescriptor::TYPE_DOUBLE) {
+        _os << asDouble(bits_);
+      } else if (!packed_ || type_ == FieldDescriptor::TYPE_SFIXED64) {
+        _os << static_cast<int64_t>(bits_);
+      } else {
+        _os << bits_;
+      }
+      return;
+  }
+}
+
 // Each value is read before its key is written, so that a value cut off by the
 // end of the level leaves no dangling key behind.
 bool tarn_protobuf_v2_tracer::_traceField(const FieldDescriptor* pField_, uint32_t wireType_,
                                           const char*& pSrc_, const char* pEnd_, bool first_,
                                           unsigned depth_) {
   switch (wireType_) {
-    case VARINT: {
-      uint64_t value;
-      if (!readVarint(pSrc_, pEnd_, value)) return false;
-      _key(pField_, first_);
-      _os << value;
-      return true;
-    }
-    case FIXED64: {
-      uint64_t bits;
-      if (!readFixed(pSrc_, pEnd_, bits)) return false;
-      _key(pField_, first_);
-      if (pField_->type() == FieldDescriptor::TYPE_DOUBLE) {
-        double value;
-        std::memcpy(&value, &bits, sizeof(value));
-        _os << value;
-      } else {
-        _os << static_cast<int64_t>(bits);
-      }
-      return true;
-    }
+    case VARINT:
+    case FIXED64:
     case FIXED32: {
-      uint32_t bits;
-      if (!readFixed(pSrc_, pEnd_, bits)) return false;
+      // Outside a packed list the wire type decides how a value is read and
+      // shown, whatever the field's declared type.
+      const field_travel travel = wireType_ == VARINT    ? travel_varint
+                                  : wireType_ == FIXED64 ? travel_fixed64
+                                                         : travel_fixed32;
+      uint64_t bits;
+      if (!readScalar(travel, pSrc_, pEnd_, bits)) return false;
       _key(pField_, first_);
-      if (pField_->type() == FieldDescriptor::TYPE_FLOAT) {
-        float value;
-        std::memcpy(&value, &bits, sizeof(value));
-        _os << static_cast<double>(value);
-      } else {
-        _os << static_cast<int32_t>(bits);
-      }
+      _scalar(travel, pField_->type(), bits, false);
       return true;
     }
     case LENGTH_DELIMITED: {
@@ -122,7 +134,7 @@ bool tarn_protobuf_v2_tracer::_traceField(const FieldDescriptor* pField_, uint32
         _key(pField_, first_);
         _tracePacked(pField_->type(), pSrc_, length);
       } else if (pField_->type() == FieldDescriptor::TYPE_MESSAGE) {
-        if (depth_ + 1 >= trace_max_depth) return false;
+        if (!mayNest(depth_)) return false;
         _key(pField_, first_);
         const tarn_trace_buffer nested = {pSrc_, length};
         _trace(&nested, pField_->message_type(), depth_ + 1);
@@ -144,64 +156,17 @@ bool tarn_protobuf_v2_tracer::_traceField(const FieldDescriptor* pField_, uint32
 void tarn_protobuf_v2_tracer::_tracePacked(Type type_, const char* pSrc_, size_t length_) {
   const char* p = pSrc_;
   const char* const pe = length_ ? p + length_ : p;
+  // Strings, bytes and messages cannot be declared packed: their list stays
+  // empty.
+  const field_travel travel = travelOf(type_);
   _os << '[';
   // An element cut off by the end of the payload closes the list; the level
   // goes on after the payload.
-  for (bool first = true; p < pe && _tracePackedElement(type_, p, pe, first); first = false) {
+  uint64_t bits;
+  for (bool first = true; travelsPacked(travel) && p < pe && readScalar(travel, p, pe, bits);
+       first = false) {
+    _separator(first);
+    _scalar(travel, type_, bits, true);
   }
   _os << ']';
-}
-
-bool tarn_protobuf_v2_tracer::_tracePackedElement(Type type_, const char*& pSrc_, const char* pEnd_,
-                                                  bool first_) {
-  uint64_t varint;
-  uint32_t bits32;
-  uint64_t bits64;
-  switch (type_) {
-    case FieldDescriptor::TYPE_INT32:
-    case FieldDescriptor::TYPE_INT64:
-    case FieldDescriptor::TYPE_UINT32:
-    case FieldDescriptor::TYPE_UINT64:
-    case FieldDescriptor::TYPE_BOOL:
-    case FieldDescriptor::TYPE_ENUM:
-      if (!readVarint(pSrc_, pEnd_, varint)) return false;
-      _separator(first_) << varint;
-      return true;
-    case FieldDescriptor::TYPE_SINT32:
-    case FieldDescriptor::TYPE_SINT64:
-      if (!readVarint(pSrc_, pEnd_, varint)) return false;
-      _separator(first_) << zigzagDecode(varint);
-      return true;
-    case FieldDescriptor::TYPE_FIXED32:
-      if (!readFixed(pSrc_, pEnd_, bits32)) return false;
-      _separator(first_) << bits32;
-      return true;
-    case FieldDescriptor::TYPE_SFIXED32:
-      if (!readFixed(pSrc_, pEnd_, bits32)) return false;
-      _separator(first_) << static_cast<int32_t>(bits32);
-      return true;
-    case FieldDescriptor::TYPE_FIXED64:
-      if (!readFixed(pSrc_, pEnd_, bits64)) return false;
-      _separator(first_) << bits64;
-      return true;
-    case FieldDescriptor::TYPE_SFIXED64:
-      if (!readFixed(pSrc_, pEnd_, bits64)) return false;
-      _separator(first_) << static_cast<int64_t>(bits64);
-      return true;
-    case FieldDescriptor::TYPE_DOUBLE: {
-      double value;
-      if (!readFixed(pSrc_, pEnd_, value)) return false;
-      _separator(first_) << value;
-      return true;
-    }
-    case FieldDescriptor::TYPE_FLOAT: {
-      float value;
-      if (!readFixed(pSrc_, pEnd_, value)) return false;
-      _separator(first_) << static_cast<double>(value);
-      return true;
-    }
-    default:
-      // Strings, bytes and messages cannot be declared packed.
-      return false;
-  }
 }

@@ -7,8 +7,9 @@
 // exception unwinds the whole trace from any depth.
 //
 // Malformed input never leads to a read outside the body: a level ends, as it
-// does at an unknown field number, when a tag, a value or a length would run
-// past its end, and when nesting reaches trace_max_depth levels.
+// does at an unknown field number, when a tag or a value would run past its
+// end, or when a message field would nest deeper than the wire rules allow
+// (wire_format.h). A length that runs past the end is cut to what is left.
 #ifndef TARN_PROTOBUF_TARN_PROTOBUF_V2_TRACER_H
 #define TARN_PROTOBUF_TARN_PROTOBUF_V2_TRACER_H
 
@@ -19,15 +20,11 @@
 
 #include "tarn_common.h"
 #include "trace_output_stream.h"
+#include "wire_format.h"
 
 class tarn_protobuf_v2_tracer {
  public:
   typedef google::protobuf::FieldDescriptor::Type Type;
-
-  // Levels of braces a trace opens at most, the root included. A message field
-  // that would open one more ends its enclosing level instead, so a hostile
-  // body cannot exhaust the stack through recursion.
-  static const unsigned trace_max_depth = 100;
 
   tarn_protobuf_v2_tracer(const google::protobuf::Descriptor* root_,
                           tarn_trace_output_buffer* pOutput_)
@@ -37,7 +34,8 @@ class tarn_protobuf_v2_tracer {
   // trace_output_stream::trace_output_exception when the buffer is full.
   void trace(const tarn_trace_buffer* pMessage_);
 
-  // One message level, braces included; depth_ counts the levels above it.
+  // One message level, braces included; depth_ is its nesting level, the
+  // body's being 0.
   void _trace(const tarn_trace_buffer* pMessage_, const google::protobuf::Descriptor* pDescriptor_,
               unsigned depth_ = 0);
 
@@ -48,7 +46,10 @@ class tarn_protobuf_v2_tracer {
   // Renders one field whose tag has been read; false ends the level.
   bool _traceField(const google::protobuf::FieldDescriptor* pField_, uint32_t wireType_,
                    const char*& pSrc_, const char* pEnd_, bool first_, unsigned depth_);
-  bool _tracePackedElement(Type type_, const char*& pSrc_, const char* pEnd_, bool first_);
+  // A scalar's raw bits as the trace shows them: a varint unsigned (zigzag
+  // only where travel_ says so), a float or a double with a fraction, other
+  // fixed-width integers signed, except unsigned types inside packed_ lists.
+  void _scalar(field_travel travel_, Type type_, uint64_t bits_, bool packed_);
   trace_output_stream& _separator(bool first_);
   void _key(const google::protobuf::FieldDescriptor* pField_, bool first_);
 

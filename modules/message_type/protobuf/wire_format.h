@@ -1,0 +1,199 @@
+// The protobuf wire rules, each written once, for every engine of the module
+// (parser, tracer, serializer and merge) and for the merge room a host links.
+// A leaf: it includes no class of the module and no libprotobuf header, and it
+// compiles as C++11, since a host of any later standard may include it.
+//
+// Reading. Every reader takes the cursor and the end of the bytes it may read
+// and never looks at or past that end. A varint or fixed-width value cut off by
+// the end is reported, not guessed; what the caller does then (fail the parse,
+// end a trace level) is the caller's rule.
+//
+// Nesting. One limit and one way of counting for every engine: the body is
+// level 0 and a message field read at level d opens level d + 1, which is
+// allowed while d < max_nesting_depth, so 100 nested levels are entered and
+// the 101st is not. What each engine does at the limit:
+// - the parser fails the whole parse (a deeper level is malformed input);
+// - the tracer ends the level that holds the too-deep field, before its key,
+//   and goes on with the levels around it;
+// - the merge stops merging: the update's nested message replaces the stored
+//   one whole, as it does when one side has no children.
+// Without the limit a body of nested length prefixes, a few bytes each, could
+// exhaust the host's stack through any engine's recursion.
+#ifndef TARN_PROTOBUF_WIRE_FORMAT_H
+#define TARN_PROTOBUF_WIRE_FORMAT_H
+
+#include <cstddef>
+#include <cstdint>
+
+#define TARN_ALWAYS_INLINE inline __attribute__((always_inline))
+#define TARN_NOINLINE __attribute__((noinline))
+
+// The wire types this module reads. A tag's low three bits are its wire type,
+// the rest its field number. Group start and end (3, 4) and the unassigned 6
+// and 7 have no name here: the parser rejects them.
+enum wire_type : uint32_t {
+  VARINT = 0,
+  FIXED64 = 1,
+  LENGTH_DELIMITED = 2,
+  FIXED32 = 5,
+};
+
+const uint32_t wiretype_mask = 7;
+const uint32_t wiretype_bits = 3;
+const unsigned varint_component_bits = 7;
+// A 64-bit value never needs more than ten varint bytes.
+const unsigned max_varint_bytes = 10;
+
+const unsigned max_nesting_depth = 100;
+
+// Whether a message field read at `level_` (the body being 0) may be entered.
+inline bool mayNest(unsigned level_) { return level_ < max_nesting_depth; }
+
+// The checked reading of one varint, least significant group first, used when
+// fewer than ten bytes remain or the varint is longer than ten bytes. Past the
+// 64th bit there is nowhere to put a group: it is dropped and the shift stops
+// growing, so an over-long varint yields its value modulo 2^64.
+inline bool readVarintChecked(const char*& pSrc_, const char* pEnd_, uint64_t& value_) {
+  uint64_t value = 0;
+  unsigned shift = 0;
+  for (const char* p = pSrc_; p < pEnd_; ++p) {
+    const unsigned char byte = static_cast<unsigned char>(*p);
+    if (shift < 64) {
+      value |= static_cast<uint64_t>(byte & 0x7F) << shift;
+      shift += varint_component_bits;
+    }
+    if ((byte & 0x80) == 0) {
+      pSrc_ = p + 1;
+      value_ = value;
+      return true;
+    }
+  }
+  return false;
+}
+
+// Varints of any length, most usefully two bytes or more. With ten bytes
+// left a varint of up to ten bytes cannot be cut off, so its bytes are taken
+// without a bound check each; byte 9 holds bit 63 only and the shift drops its
+// higher bits, exactly as the checked loop does. Plain inline, so that a
+// caller's own out-of-line slow path can hold it without a second call.
+inline bool readVarintLong(const char*& pSrc_, const char* pEnd_, uint64_t& value_) {
+  if (pEnd_ - pSrc_ >= static_cast<ptrdiff_t>(max_varint_bytes)) {
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(pSrc_);
+    uint64_t value = 0;
+    for (unsigned i = 0; i < max_varint_bytes; ++i) {
+      const uint64_t byte = p[i];
+      value |= (byte & 0x7F) << (varint_component_bits * i);
+      if (byte < 0x80) {
+        pSrc_ += i + 1;
+        value_ = value;
+        return true;
+      }
+    }
+    // Longer than ten bytes: only the checked reading knows where it ends.
+  }
+  return readVarintChecked(pSrc_, pEnd_, value_);
+}
+
+// Out of line: the one-byte case is by far the most common.
+TARN_NOINLINE inline bool readVarintSlow(const char*& pSrc_, const char* pEnd_, uint64_t& value_) {
+  return readVarintLong(pSrc_, pEnd_, value_);
+}
+
+// Reads one varint that must end before pEnd_. On success advances pSrc_ past
+// it and returns true; a varint cut off by pEnd_ leaves pSrc_ alone and
+// returns false.
+TARN_ALWAYS_INLINE bool readVarint(const char*& pSrc_, const char* pEnd_, uint64_t& value_) {
+  if (__builtin_expect(pSrc_ < pEnd_ && static_cast<unsigned char>(*pSrc_) < 0x80, 1)) {
+    value_ = static_cast<unsigned char>(*pSrc_++);
+    return true;
+  }
+  return readVarintSlow(pSrc_, pEnd_, value_);
+}
+
+// Bytes of the minimal varint of value_; 0 takes one byte.
+inline size_t varintSize(uint64_t value_) {
+  size_t count = 0;
+  do {
+    ++count;
+    value_ >>= varint_component_bits;
+  } while (value_ != 0);
+  return count;
+}
+
+// Length of the tag varint at the start of a field's encoding: every byte up
+// to and including the first without the continuation bit. 0 when the bytes
+// hold no complete tag (absent, or cut off), so a caller never reads past the
+// length it was given.
+inline size_t tagLength(const char* pRaw_, size_t rawLength_) {
+  if (pRaw_ == nullptr) return 0;
+  for (size_t i = 0; i < rawLength_; ++i)
+    if ((static_cast<unsigned char>(pRaw_[i]) & 0x80) == 0) return i + 1;
+  return 0;
+}
+
+// The signed value of a sint32 or sint64 varint.
+inline int64_t zigzagDecode(uint64_t value_) {
+  return static_cast<int64_t>((value_ >> 1) ^ (0 - (value_ & 1)));
+}
+
+// Fixed-width values are little-endian on the wire and sit at any byte
+// position: they are assembled from single bytes, so neither the host's byte
+// order nor alignment matters (compilers turn this into one load on x86-64).
+// The caller has checked that the bytes are there.
+inline uint32_t loadFixed32(const char* p_) {
+  const unsigned char* p = reinterpret_cast<const unsigned char*>(p_);
+  return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
+         static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[3]) << 24;
+}
+
+inline uint64_t loadFixed64(const char* p_) {
+  return static_cast<uint64_t>(loadFixed32(p_)) | static_cast<uint64_t>(loadFixed32(p_ + 4)) << 32;
+}
+
+// How a declared field type travels on the wire. Takes the plain type numbers
+// 1..18 (double, float, int64, uint64, int32, fixed64, fixed32, bool, string,
+// group, message, bytes, uint32, enum, sfixed32, sfixed64, sint32, sint64),
+// which libprotobuf's FieldDescriptor::Type uses too; anything else is
+// travel_none. Only the first four kinds can be packed.
+enum field_travel : uint8_t {
+  travel_varint,   // plain varint: int32/64, uint32/64, bool, enum
+  travel_zigzag,   // zigzag varint: sint32, sint64
+  travel_fixed32,  // float, fixed32, sfixed32
+  travel_fixed64,  // double, fixed64, sfixed64
+  travel_length,   // string, bytes, message
+  travel_group,    // group start and end tags
+  travel_none,     // not a field type
+};
+
+// A switch rather than a table, so that a caller's own switch on the result
+// folds into one jump on the type number.
+// clang-format off
+inline field_travel travelOf(int type_) {
+  switch (type_) {
+    // int64, uint64, int32, bool, uint32, enum
+    case 3: case 4: case 5: case 8: case 13: case 14:
+      return travel_varint;
+    // sint32, sint64
+    case 17: case 18:
+      return travel_zigzag;
+    // float, fixed32, sfixed32
+    case 2: case 7: case 15:
+      return travel_fixed32;
+    // double, fixed64, sfixed64
+    case 1: case 6: case 16:
+      return travel_fixed64;
+    // string, message, bytes
+    case 9: case 11: case 12:
+      return travel_length;
+    case 10:
+      return travel_group;
+    default:
+      return travel_none;
+  }
+}
+// clang-format on
+
+// Whether a field of this type may arrive as one packed block of elements.
+inline bool travelsPacked(field_travel travel_) { return travel_ <= travel_fixed64; }
+
+#endif
