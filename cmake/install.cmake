@@ -37,9 +37,17 @@ tarn_relative(TARN_BIN_TO_PRIVATE ${CMAKE_INSTALL_BINDIR} ${TARN_INSTALL_PRIVATE
 target_compile_definitions(tarn_host PRIVATE TARN_INSTALLED_MODULE="${TARN_PRIVATE_TO_MODULE}")
 
 install(TARGETS tarn_protobuf_message_type LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS tarn_protobuf_merge_room ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+set(TARN_INSTALL_MERGE_ROOM
+  ${CMAKE_INSTALL_LIBDIR}/${CMAKE_STATIC_LIBRARY_PREFIX}tarn_protobuf_merge_room${CMAKE_STATIC_LIBRARY_SUFFIX})
 foreach(header ${TARN_SDK_C_HEADERS})
   get_filename_component(dir ${header} DIRECTORY)
   install(FILES ${PROJECT_SOURCE_DIR}/sdk/include/${header} DESTINATION ${TARN_INSTALL_INCLUDEDIR}/${dir})
+endforeach()
+foreach(header ${TARN_SDK_ROOM_HEADERS})
+  get_filename_component(dir ${header} DIRECTORY)
+  install(FILES ${PROJECT_SOURCE_DIR}/modules/message_type/${header}
+    DESTINATION ${TARN_INSTALL_INCLUDEDIR}/${dir})
 endforeach()
 foreach(header ${TARN_SDK_CXX_HEADERS})
   get_filename_component(dir ${header} DIRECTORY)
@@ -80,7 +88,7 @@ install(FILES ${PROJECT_BINARY_DIR}/pkgconfig/${TARN_PACKAGE}.pc
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/TarnProtobufMessageTypeConfig.cmake.in
   ${PROJECT_BINARY_DIR}/cmake/TarnProtobufMessageTypeConfig.cmake
   INSTALL_DESTINATION ${TARN_INSTALL_CMAKEDIR}
-  PATH_VARS TARN_INSTALL_INCLUDEDIR TARN_INSTALL_MODULE CMAKE_INSTALL_LIBDIR)
+  PATH_VARS TARN_INSTALL_INCLUDEDIR TARN_INSTALL_MODULE TARN_INSTALL_MERGE_ROOM)
 write_basic_package_version_file(
   ${PROJECT_BINARY_DIR}/cmake/TarnProtobufMessageTypeConfigVersion.cmake
   VERSION ${PROJECT_VERSION} COMPATIBILITY SameMinorVersion)

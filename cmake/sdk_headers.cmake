@@ -6,6 +6,9 @@ set(TARN_SDK_C_HEADERS
   tarn_common.h
   message_type/tarn_message_type.h
   message_type/tarn_value_set_storage.h)
+# Relative to modules/message_type: the merge room a host links (C and C++).
+set(TARN_SDK_ROOM_HEADERS
+  protobuf/tarn_protobuf_merge_room.h)
 # The host's value-set storage as C++ classes (the module's view of it).
 set(TARN_SDK_CXX_HEADERS
   tarn/tarn_xpath_hash_set.h
@@ -14,7 +17,7 @@ set(TARN_SDK_CXX_HEADERS
 
 if(TARN_BUILD_TESTS)
   set(_includes "${PROJECT_SOURCE_DIR}/sdk/include|${PROJECT_SOURCE_DIR}|${PROJECT_SOURCE_DIR}/modules/message_type")
-  foreach(header ${TARN_SDK_C_HEADERS} ${TARN_SDK_CXX_HEADERS})
+  foreach(header ${TARN_SDK_C_HEADERS} ${TARN_SDK_ROOM_HEADERS} ${TARN_SDK_CXX_HEADERS})
     list(FIND TARN_SDK_CXX_HEADERS ${header} _cxx_only)
     if(_cxx_only EQUAL -1)
       set(_cxx_only 0)

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Sets up the machine, builds, and runs every test: the normal build, then a
+# Sets up the machine, builds, and runs every test: the normal build, its
+# installation used as a server team would (scripts/check-install.sh), then a
 # clang AddressSanitizer+UndefinedBehaviorSanitizer build of the whole suite
 # (fuzz targets included, their seeds and saved crashers replayed by ctest), a
 # ThreadSanitizer build of the concurrency tests, and a short run of every fuzz
@@ -15,6 +16,9 @@ step() { echo "== $1 ($((SECONDS - started)) s so far)"; }
 step "build and unit tests"
 "$root/scripts/build.sh" build
 (cd "$root/build" && ctest --output-on-failure -j "$jobs")
+
+step "installed to a staging prefix: the C host against it, the Debian package"
+"$root/scripts/check-install.sh" build
 
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
