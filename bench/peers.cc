@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <protozero/pbf_reader.hpp>
 
+#include "number_tables.h"
+
 namespace tarn_bench {
 
 using google::protobuf::Descriptor;
@@ -30,51 +32,33 @@ std::unique_ptr<google::protobuf::Message> DynamicSchema::newMessage(const Descr
   return std::unique_ptr<google::protobuf::Message>(_factory.GetPrototype(pType_)->New());
 }
 
-WireWalker::WireWalker(const Descriptor* pRoot_) {
-  std::vector<const Descriptor*> seen;
-  _add(pRoot_, seen);
-}
-
-uint32_t WireWalker::_add(const Descriptor* pType_, std::vector<const Descriptor*>& seen_) {
-  for (uint32_t i = 0; i < seen_.size(); ++i)
-    if (seen_[i] == pType_) return i;
-  const uint32_t index = static_cast<uint32_t>(seen_.size());
-  seen_.push_back(pType_);
-  _types.emplace_back();
-  int maxNumber = 0;
-  for (int i = 0; i < pType_->field_count(); ++i)
-    if (pType_->field(i)->number() > maxNumber) maxNumber = pType_->field(i)->number();
-  Type type(static_cast<size_t>(maxNumber) + 1);
-  for (int i = 0; i < pType_->field_count(); ++i) {
-    const FieldDescriptor* f = pType_->field(i);
-    Field& slot = type[static_cast<size_t>(f->number())];
-    if (f->type() == FieldDescriptor::TYPE_MESSAGE) {
-      slot.kind = nested;
-      slot.type = _add(f->message_type(), seen_);
-    } else if (f->is_packed()) {
-      switch (f->type()) {
-        case FieldDescriptor::TYPE_SINT32:
-        case FieldDescriptor::TYPE_SINT64:
-          slot.kind = packedZigzag;
-          break;
-        case FieldDescriptor::TYPE_FIXED32:
-        case FieldDescriptor::TYPE_SFIXED32:
-        case FieldDescriptor::TYPE_FLOAT:
-          slot.kind = packedFixed32;
-          break;
-        case FieldDescriptor::TYPE_FIXED64:
-        case FieldDescriptor::TYPE_SFIXED64:
-        case FieldDescriptor::TYPE_DOUBLE:
-          slot.kind = packedFixed64;
-          break;
-        default:
-          slot.kind = packedVarint;
-      }
-    }
-  }
-  _types[index] = std::move(type);
-  return index;
-}
+WireWalker::WireWalker(const Descriptor* pRoot_)
+    : _types(numberTables<Field>(pRoot_,
+                                 [](Field& slot_, const FieldDescriptor* f_, uint32_t nested_) {
+                                   if (f_->type() == FieldDescriptor::TYPE_MESSAGE) {
+                                     slot_.kind = nested;
+                                     slot_.type = nested_;
+                                   } else if (f_->is_packed()) {
+                                     switch (f_->type()) {
+                                       case FieldDescriptor::TYPE_SINT32:
+                                       case FieldDescriptor::TYPE_SINT64:
+                                         slot_.kind = packedZigzag;
+                                         break;
+                                       case FieldDescriptor::TYPE_FIXED32:
+                                       case FieldDescriptor::TYPE_SFIXED32:
+                                       case FieldDescriptor::TYPE_FLOAT:
+                                         slot_.kind = packedFixed32;
+                                         break;
+                                       case FieldDescriptor::TYPE_FIXED64:
+                                       case FieldDescriptor::TYPE_SFIXED64:
+                                       case FieldDescriptor::TYPE_DOUBLE:
+                                         slot_.kind = packedFixed64;
+                                         break;
+                                       default:
+                                         slot_.kind = packedVarint;
+                                     }
+                                   }
+                                 })) {}
 
 uint64_t WireWalker::walk(const char* pData_, size_t size_) const {
   return _walk<false>(pData_, size_, _types[0]);

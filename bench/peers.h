@@ -54,8 +54,6 @@ class WireWalker {
   };
   using Type = std::vector<Field>;  // by field number
 
-  uint32_t _add(const google::protobuf::Descriptor* pType_,
-                std::vector<const google::protobuf::Descriptor*>& seen_);
   // Sums the values, or with Count, counts what it visits.
   template <bool Count>
   uint64_t _walk(const char* pData_, size_t size_, const Type& type_) const;

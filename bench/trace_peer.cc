@@ -4,6 +4,8 @@
 #include <cstring>
 #include <protozero/pbf_reader.hpp>
 
+#include "number_tables.h"
+
 namespace tarn_bench {
 
 using google::protobuf::Descriptor;
@@ -41,33 +43,15 @@ struct TraceWalker::Out {
   }
 };
 
-TraceWalker::TraceWalker(const Descriptor* pRoot_) {
-  std::vector<const Descriptor*> seen;
-  _add(pRoot_, seen);
-}
-
-uint32_t TraceWalker::_add(const Descriptor* pType_, std::vector<const Descriptor*>& seen_) {
-  for (uint32_t i = 0; i < seen_.size(); ++i)
-    if (seen_[i] == pType_) return i;
-  const uint32_t index = static_cast<uint32_t>(seen_.size());
-  seen_.push_back(pType_);
-  _types.emplace_back();
-  int maxNumber = 0;
-  for (int i = 0; i < pType_->field_count(); ++i)
-    maxNumber = std::max(maxNumber, pType_->field(i)->number());
-  Type type(static_cast<size_t>(maxNumber) + 1);
-  for (int i = 0; i < pType_->field_count(); ++i) {
-    const FieldDescriptor* f = pType_->field(i);
-    Field& slot = type[static_cast<size_t>(f->number())];
-    slot.known = true;
-    slot.packed = f->is_packed();
-    slot.type = f->type();
-    slot.key = "\"" + f->name() + "\":";
-    if (f->type() == FieldDescriptor::TYPE_MESSAGE) slot.nested = _add(f->message_type(), seen_);
-  }
-  _types[index] = std::move(type);
-  return index;
-}
+TraceWalker::TraceWalker(const Descriptor* pRoot_)
+    : _types(numberTables<Field>(pRoot_,
+                                 [](Field& slot_, const FieldDescriptor* f_, uint32_t nested_) {
+                                   slot_.known = true;
+                                   slot_.packed = f_->is_packed();
+                                   slot_.type = f_->type();
+                                   slot_.key = "\"" + f_->name() + "\":";
+                                   slot_.nested = nested_;
+                                 })) {}
 
 long TraceWalker::trace(const char* pData_, size_t size_, char* pOut_, size_t capacity_) const {
   Out out{pOut_, pOut_ + capacity_};

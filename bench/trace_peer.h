@@ -35,8 +35,6 @@ class TraceWalker {
   };
   using Type = std::vector<Field>;  // by field number
 
-  uint32_t _add(const google::protobuf::Descriptor* pType_,
-                std::vector<const google::protobuf::Descriptor*>& seen_);
   bool _level(const char* pData_, size_t size_, const Type& type_, Out& out_) const;
   static bool _packed(const Field& field_, const char* pData_, size_t size_, Out& out_);
 

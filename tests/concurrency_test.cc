@@ -48,20 +48,11 @@ struct Outcome {
   std::string merged;
 };
 
-bool sameEntry(const tarn_message_value_set_entry& a, const tarn_message_value_set_entry& b) {
-  return a.hash == b.hash && a.value_mask == b.value_mask && a.value_flags == b.value_flags &&
-         a.type_hint == b.type_hint && a.l == b.l && a.raw_bytes == b.raw_bytes &&
-         a.tag_bytes == b.tag_bytes && a.string_rep == b.string_rep &&
-         a.raw_bytes_length == b.raw_bytes_length && a.tag_length == b.tag_length &&
-         a.string_rep_length == b.string_rep_length && a.parent == b.parent &&
-         a.first_child == b.first_child && a.next_sibling == b.next_sibling;
-}
-
 bool sameEntries(const std::vector<tarn_message_value_set_entry>& a_,
                  const std::vector<tarn_message_value_set_entry>& b_) {
   if (a_.size() != b_.size()) return false;
   for (size_t n = 0; n < a_.size(); ++n)
-    if (!sameEntry(a_[n], b_[n])) return false;
+    if (!tarn_test::sameEntry(a_[n], b_[n])) return false;
   return true;
 }
 
@@ -69,7 +60,7 @@ void expectSame(const std::vector<tarn_message_value_set_entry>& got_,
                 const std::vector<tarn_message_value_set_entry>& want_, const char* what_) {
   ASSERT_EQ(got_.size(), want_.size()) << what_;
   for (size_t n = 0; n < want_.size(); ++n)
-    ASSERT_TRUE(sameEntry(got_[n], want_[n])) << what_ << ", entry " << n;
+    ASSERT_TRUE(tarn_test::sameEntry(got_[n], want_[n])) << what_ << ", entry " << n;
 }
 
 int parseInto(tarn_message_type_context context_, const std::string& body_,
