@@ -201,6 +201,36 @@ TEST(ParserDefaults, EmptyNestedMessageHoldsItsDefaultsAbsentOneNothing) {
   EXPECT_EQ("a =2 raw 0+2 up - down - next -\n", dump(Parsed(type("M"), Body().varint(1, 2))));
 }
 
+TEST(ParserTree, SparseNumbersOutOfDeclarationOrder) {
+  const struct {
+    const char* name;
+    std::string body;
+    std::string tree;  // dump(), or "" for a failed parse that stored nothing
+  } cases[] = {
+      {"every field, nested defaults",
+       Body().varint(536870911, 3).varint(1, 4).msg(70000, Body().varint(1, 9)),
+       "big =3 raw 0+6 up - down - next 1\n"
+       "one =4 raw 6+2 up - down - next 2\n"
+       "next {} raw 8+6 up - down 3 next 5\n"
+       "one =9 raw 12+2 up 2 down - next 4\n"
+       "mid S6D raw - up 2 down - next -\n"
+       "mid S6D raw - up - down - next -\n"},
+      {"declared last first", Body().msg(70000, Body()).str(5000, "z"),
+       "next {} raw 0+4 up - down 1 next 2\n"
+       "mid S6D raw - up 0 down - next -\n"
+       "mid s7A raw 4+5 up - down - next -\n"},
+      {"number between two fields", Body().varint(2, 1), ""},
+      {"just below a field", Body().varint(4999, 1), ""},
+      {"just below the largest", Body().varint(536870910, 1), ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Parsed parsed(type("Sparse"), c.body);
+    EXPECT_EQ(c.tree.empty() ? 255 : 0, parsed.status());
+    EXPECT_EQ(c.tree, dump(parsed));
+  }
+}
+
 TEST(ParserTree, FailuresKeepWhatWasStoredBefore) {
   const struct {
     const char* name;

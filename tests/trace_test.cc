@@ -22,6 +22,9 @@ tarn_message_type_context packed() {
   return tarn_test::context("trace.proto", "tarn.trace.Packed");
 }
 tarn_message_type_context rich() { return tarn_test::rich(); }
+tarn_message_type_context sparse() {
+  return tarn_test::context("parser.proto", "tarn.ptest.Sparse");
+}
 
 const std::string sampleBody = wire::fromHex(
     "08 96 01 12 02 61 62 19 00 00 00 00 00 00 04 40 22 02 01 04 2a 03 0a 01 78 35 00 00 80 3e");
@@ -97,6 +100,8 @@ TEST(TraceFormat, RenderingTable) {
        R"({"child":{"value":1},"value":3})"},
       {node, Body().raw(wire::varintBytes(((uint64_t{1} << 32) + 2) << 3)).raw("\x05").varint(2, 6),
        "{}"},
+      {sparse, Body().msg(70000, Body().varint(536870911, 1).varint(4999, 2)).varint(1, 3),
+       R"({"next":{"big":1},"one":3})"},
       // Cut bodies: the level holding the cut ends; an unreadable value leaves no key.
       {node, Body().varint(2, 1).raw("\x10\xff\xff"), R"({"value":1})"},
       {rich, Body().varint(8, 1).tag(7, 5).raw("abc"), R"({"f_bool":1})"},

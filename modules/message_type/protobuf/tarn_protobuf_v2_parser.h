@@ -9,12 +9,11 @@
 #ifndef TARN_PROTOBUF_TARN_PROTOBUF_V2_PARSER_H
 #define TARN_PROTOBUF_TARN_PROTOBUF_V2_PARSER_H
 
-#include <google/protobuf/descriptor.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <utility>
 
+#include "field_table.h"
 #include "message_type/tarn_message_type.h"
 #include "util/base/hybrid_worklist.h"
 #include "wire_format.h"
@@ -23,11 +22,9 @@ class tarn_protobuf_v2_parser {
  public:
   static constexpr uint32_t INVALID = 0xFFFFFFFFu;
 
-  typedef size_t field_handle;
-
   // One message level: the body itself or the payload of one nested message.
   struct parse_context {
-    const google::protobuf::Descriptor* _pDescriptor;
+    const type_table* _pTable;
     const char* _pSrc;    // read position, advanced as bytes are consumed
     size_t _srcLength;    // bytes of the level, counted from the starting _pSrc
     uint32_t _baseHash;   // the hash this level's field names continue
@@ -43,10 +40,9 @@ class tarn_protobuf_v2_parser {
     void splitRange(int split_);
   };
 
-  tarn_protobuf_v2_parser(const google::protobuf::Descriptor* pRootDescriptor_,
-                          tarn_message_xpath_value_set valueSet_,
+  tarn_protobuf_v2_parser(const type_table* pRootTable_, tarn_message_xpath_value_set valueSet_,
                           tarn_message_xpath_find_set findSet_)
-      : _pRootDescriptor(pRootDescriptor_),
+      : _pRootTable(pRootTable_),
         _valueSet(valueSet_),
         _findSet(findSet_),
         _previousSibling(INVALID),
@@ -55,49 +51,33 @@ class tarn_protobuf_v2_parser {
   [[nodiscard]] int parse(const char* pSource_, size_t sourceLength_);
 
  private:
-  // A field descriptor's address carried as an integer.
-  static field_handle toHandle(const google::protobuf::FieldDescriptor* pField_) {
-    return reinterpret_cast<field_handle>(pField_);
-  }
-  static const google::protobuf::FieldDescriptor* fromHandle(field_handle handle_) {
-    return reinterpret_cast<const google::protobuf::FieldDescriptor*>(handle_);
-  }
-
   static uint64_t _consumeVarint(const char*& pSrc_, const char* pEnd_);
   static TARN_NOINLINE uint64_t _consumeVarintSlow(const char*& pSrc_, const char* pEnd_);
-  static const google::protobuf::FieldDescriptor* _findField(
-      const google::protobuf::Descriptor* pDescriptor_, int fieldCount_, int number_,
-      int indexHint_, int& index_);
-  static const google::protobuf::FieldDescriptor* _findFieldSlow(
-      const google::protobuf::Descriptor* pDescriptor_, int number_, int& index_);
 
   [[nodiscard]] int _parseMessage(parse_context& context_);
-  void _initializeValueFromDescriptor(tarn_message_value_set_entry* pValue_,
-                                      const google::protobuf::FieldDescriptor* pField_,
-                                      parse_context& parseContext_);
+  void _initializeEntry(tarn_message_value_set_entry* pValue_, const field_entry& field_,
+                        parse_context& parseContext_);
   uint32_t _insert(tarn_message_value_set_entry* pValue_);
   uint32_t _descend();
   void _ascend(uint32_t uplevelPreviousSibling_);
 
-  [[nodiscard]] int _consumeValue(tarn_message_value_set_entry* pValue_,
-                                  const google::protobuf::FieldDescriptor* pFieldDescriptor_,
+  [[nodiscard]] int _consumeValue(tarn_message_value_set_entry* pValue_, const field_entry& field_,
                                   wire_type wiretype_, parse_context& context_,
                                   const char* pValueStart_, const char* pEnd_);
   [[nodiscard]] int _consumeMessage(tarn_message_value_set_entry* pValue_,
-                                    const google::protobuf::FieldDescriptor* pFieldDescriptor_,
-                                    parse_context& context_, const char* pValueStart_,
-                                    size_t length_);
-  [[nodiscard]] int _consumePacked(const google::protobuf::FieldDescriptor* pFieldDescriptor_,
-                                   tarn_message_value_set_entry* pValue_, parse_context& context_,
-                                   const char* pValueStart_, const char* pEnd_);
+                                    const field_entry& field_, parse_context& context_,
+                                    const char* pValueStart_, size_t length_);
+  [[nodiscard]] int _consumePacked(const field_entry& field_, tarn_message_value_set_entry* pValue_,
+                                   parse_context& context_, const char* pValueStart_,
+                                   const char* pEnd_);
 
   [[nodiscard]] int _insertDefaults(parse_context& context_, const omitted_ranges& ranges_,
                                     int lastFieldSeenIndex_);
-  [[nodiscard]] int _insertDefault(parse_context& context_, field_handle omitted_);
-  [[nodiscard]] static int _setValueFromDescriptorDefault(
-      tarn_message_value_set_entry* pValue_, const google::protobuf::FieldDescriptor* pField_);
+  [[nodiscard]] int _insertDefault(parse_context& context_, const field_entry& omitted_);
+  [[nodiscard]] static int _setDefault(tarn_message_value_set_entry* pValue_,
+                                       const field_entry& field_);
 
-  const google::protobuf::Descriptor* _pRootDescriptor;
+  const type_table* _pRootTable;
   tarn_message_xpath_value_set _valueSet;
   tarn_message_xpath_find_set _findSet;
   uint32_t _previousSibling;  // newest entry stored at the level being walked
