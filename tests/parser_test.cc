@@ -2,6 +2,9 @@
 // values per field type and wire type, defaults, and what a failure leaves.
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <vector>
+
 #include "module_fixture.h"
 #include "wire.h"
 
@@ -228,6 +231,36 @@ TEST(ParserTree, SparseNumbersOutOfDeclarationOrder) {
     Parsed parsed(type("Sparse"), c.body);
     EXPECT_EQ(c.tree.empty() ? 255 : 0, parsed.status());
     EXPECT_EQ(c.tree, dump(parsed));
+  }
+}
+
+// Hashes of the same name under the same parent path repeat within a parse
+// (members of repeated messages, repeated fields); every entry must still get
+// the hash of its own path: a binary tree of repeated members under a chain
+// of single ones, so that names meet many different parent paths.
+TEST(ParserTree, EveryHashFollowsItsPath) {
+  std::function<Body(int)> tree = [&](int depth) {
+    Body b;
+    b.varint(1, 1).varint(1, 2).varint(536870911, 3);
+    if (depth > 0) b.msg(6, tree(depth - 1)).msg(6, tree(depth - 1));
+    b.str(5000, "x");
+    return b;
+  };
+  Body chain = tree(6);
+  for (int depth = 0; depth < 40; ++depth) chain = Body().varint(1, 4).msg(70000, chain);
+  Parsed parsed(type("Sparse"), chain);
+  ASSERT_EQ(0, parsed.status());
+  // Each chain level: one, next and the default of mid; each tree node: two
+  // of one, big and mid, and every node but the root is a `many` entry.
+  ASSERT_EQ(40u * 3 + 127 * 4 + 126, parsed.size());
+  std::vector<uint32_t> expected;
+  for (uint32_t i = 0; i < parsed.size(); ++i) {
+    const auto& e = parsed[i];
+    const uint32_t seed = e.parent == INV
+                              ? tarn_host::default_base_hash
+                              : tarn_message_xpath_hash_add_separator(expected.at(e.parent));
+    expected.push_back(tarn_message_xpath_hash_string(e.tag_bytes, e.tag_length, seed));
+    EXPECT_EQ(expected.back(), e.hash) << i;
   }
 }
 

@@ -108,6 +108,7 @@ field_tables::field_tables(const Descriptor* root_) {
       e.travel = travelOf(f.type());
       if (f.label() == FieldDescriptor::LABEL_REQUIRED) e.flags |= field_required;
       if (f.is_packed()) e.flags |= field_packed;
+      if (f.is_repeated()) e.flags |= field_repeated;
       if (f.type() == FieldDescriptor::TYPE_MESSAGE) {
         e.flags |= field_message;
         e.nested = tableOf(f.message_type());

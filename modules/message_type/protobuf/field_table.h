@@ -24,6 +24,7 @@ enum field_flag : uint8_t {
   field_packed = 2,       // declared packed (only packable scalars can be)
   field_has_default = 4,  // declares a default, stored when the field is absent
   field_message = 8,      // a message field (not a group): its payload is a level
+  field_repeated = 16,    // label repeated
 };
 
 enum default_kind : uint8_t {

@@ -92,17 +92,22 @@ uint64_t tarn_protobuf_v2_parser::_consumeVarintSlow(const char*& pSrc_, const c
 }
 
 TARN_ALWAYS_INLINE void tarn_protobuf_v2_parser::_initializeEntry(
-    tarn_message_value_set_entry* pValue_, const field_entry& field_,
+    tarn_message_value_set_entry* pValue_, const field_entry& field_, uint32_t hash_,
     parse_context& parseContext_) {
   *pValue_ = tarn_message_value_set_entry();
-  pValue_->hash =
-      tarn_message_xpath_hash_string(field_.name, field_.nameLength, parseContext_._baseHash);
+  pValue_->hash = hash_;
   pValue_->parent = parseContext_._rootIndex;
   pValue_->first_child = INVALID;
   pValue_->next_sibling = INVALID;
   pValue_->tag_bytes = field_.name;
   pValue_->tag_length = field_.nameLength;
   if (field_.is(field_required)) pValue_->value_flags = tarn_message_value_set_entry_flag_required;
+}
+
+TARN_ALWAYS_INLINE uint32_t tarn_protobuf_v2_parser::_hash(const field_entry& field_,
+                                                           const parse_context& context_) {
+  if (context_._repeats && _hashes.on()) return _hashes.hash(field_, context_._baseHash);
+  return tarn_message_xpath_hash_string(field_.name, field_.nameLength, context_._baseHash);
 }
 
 TARN_ALWAYS_INLINE uint32_t
@@ -184,6 +189,7 @@ int tarn_protobuf_v2_parser::parse(const char* pSource_, size_t sourceLength_) {
   context._srcLength = sourceLength_;
   context._baseHash = tarn_message_xpath_hash_get_base(_valueSet);
   context._rootIndex = INVALID;
+  context._repeats = false;
   return _parseMessage(context);
 }
 
@@ -192,9 +198,10 @@ int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
   const type_table& table = *context_._pTable;
   omitted_ranges omittedRanges;
   int lastFieldSeenIndex = -1;
-  // The field of the previous occurrence: a repeated field arrives many times
-  // in a row, and the next field is tried after it.
+  // The field of the previous occurrence and its path hash: a repeated field
+  // arrives many times in a row, and the next field is tried after it.
   const field_entry* pField = nullptr;
+  uint32_t hash = 0;
   int thisIndex = -1;
 
   while (context_._pSrc < pEnd) {
@@ -210,6 +217,7 @@ int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
       pField = table.find(number, thisIndex + 1);
       if (pField == nullptr) return TARN_FAILURE;
       thisIndex = pField->index;
+      hash = _hash(*pField, context_);
     }
 
     if (thisIndex > lastFieldSeenIndex) {
@@ -221,7 +229,7 @@ int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
     }
 
     tarn_message_value_set_entry entry;
-    _initializeEntry(&entry, *pField, context_);
+    _initializeEntry(&entry, *pField, hash, context_);
     if (_consumeValue(&entry, *pField, wiretype, context_, pValueStart, pEnd) != TARN_SUCCESS) {
       return TARN_FAILURE;
     }
@@ -244,6 +252,7 @@ int tarn_protobuf_v2_parser::_consumeMessage(tarn_message_value_set_entry* pValu
   child._pTable = field_.nested;
   child._pSrc = pPayload;
   child._srcLength = length_;
+  child._repeats = context_._repeats || field_.is(field_repeated);
   child._baseHash = tarn_message_xpath_hash_add_separator(pValue_->hash);
   child._rootIndex = _insert(pValue_);
 
@@ -372,7 +381,7 @@ int tarn_protobuf_v2_parser::_insertDefault(parse_context& context_, const field
   // fields that rely on the implicit zero: none of them gets an entry.
   if (!omitted_.is(field_has_default)) return TARN_SUCCESS;
   tarn_message_value_set_entry entry;
-  _initializeEntry(&entry, omitted_, context_);
+  _initializeEntry(&entry, omitted_, _hash(omitted_, context_), context_);
   if (_setDefault(&entry, omitted_) != TARN_SUCCESS) return TARN_FAILURE;
   _insert(&entry);
   return TARN_SUCCESS;

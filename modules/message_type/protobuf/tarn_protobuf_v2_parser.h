@@ -29,6 +29,10 @@ class tarn_protobuf_v2_parser {
     size_t _srcLength;    // bytes of the level, counted from the starting _pSrc
     uint32_t _baseHash;   // the hash this level's field names continue
     uint32_t _rootIndex;  // entry of the enclosing message field, INVALID at the top
+    // Whether this level lies inside a repeated message field: only there do
+    // (seed, field) pairs come back after other fields, so only there is the
+    // hash cache worth its lookups.
+    bool _repeats;
   };
 
   // Half-open ranges [first, second) of field indexes not seen so far at one
@@ -38,6 +42,54 @@ class tarn_protobuf_v2_parser {
    public:
     void addRange(int start_, int end_) { push_back(std::make_pair(start_, end_)); }
     void splitRange(int split_);
+  };
+
+  // Path hashes already computed in this parse, one per field: the seed it
+  // continued and the hash. The host's hash functions are pure, so a field
+  // met again under the same seed (a member of a repeated nested message)
+  // reuses its hash: the host sees the same entries and only fewer hash
+  // calls. A field's slot in the context's tables is its place, so there is
+  // nothing to compare but the seed; fields beyond the first slot_count of a
+  // context are hashed every time. A place counts once its bit is set, so a
+  // parse clears 32 bytes, not the places.
+  class path_hash_cache {
+   public:
+    path_hash_cache() : _lookups(0), _misses(0), _on(true), _valid() {}
+
+    // Whether looking up still pays: a miss costs more than hashing straight
+    // away, so a body whose pairs mostly do not come back (a deep chain
+    // whose levels all differ) stops using the cache.
+    bool on() const { return _on; }
+
+    TARN_ALWAYS_INLINE uint32_t hash(const field_entry& field_, uint32_t seed_) {
+      ++_lookups;
+      const uint32_t i = field_.slot;
+      if (i < slot_count && (_valid[i >> 6] >> (i & 63) & 1) != 0 &&
+          static_cast<uint32_t>(_memo[i] >> 32) == seed_)
+        return static_cast<uint32_t>(_memo[i]);
+      return _miss(field_, seed_);
+    }
+
+   private:
+    static const uint32_t slot_count = 256;
+
+    TARN_NOINLINE uint32_t _miss(const field_entry& field_, uint32_t seed_) {
+      // More than one miss in two lookups, past the first fills.
+      if (++_misses * 2 > _lookups + 16) _on = false;
+      const uint32_t hash = tarn_message_xpath_hash_string(field_.name, field_.nameLength, seed_);
+      const uint32_t i = field_.slot;
+      if (i < slot_count) {
+        _memo[i] = static_cast<uint64_t>(seed_) << 32 | hash;
+        _valid[i >> 6] |= uint64_t{1} << (i & 63);
+      }
+      return hash;
+    }
+
+    uint32_t _lookups;
+    uint32_t _misses;
+    bool _on;
+    uint64_t _valid[slot_count / 64];
+    uint64_t _memo[slot_count];  // seed above hash
   };
 
   tarn_protobuf_v2_parser(const type_table* pRootTable_, tarn_message_xpath_value_set valueSet_,
@@ -56,7 +108,9 @@ class tarn_protobuf_v2_parser {
 
   [[nodiscard]] int _parseMessage(parse_context& context_);
   void _initializeEntry(tarn_message_value_set_entry* pValue_, const field_entry& field_,
-                        parse_context& parseContext_);
+                        uint32_t hash_, parse_context& parseContext_);
+  // The path hash of field_ at the level, through the cache where pairs repeat.
+  uint32_t _hash(const field_entry& field_, const parse_context& context_);
   uint32_t _insert(tarn_message_value_set_entry* pValue_);
   uint32_t _descend();
   void _ascend(uint32_t uplevelPreviousSibling_);
@@ -82,6 +136,7 @@ class tarn_protobuf_v2_parser {
   tarn_message_xpath_find_set _findSet;
   uint32_t _previousSibling;  // newest entry stored at the level being walked
   uint32_t _depth;            // nested levels entered below the body
+  path_hash_cache _hashes;
 };
 
 #endif
