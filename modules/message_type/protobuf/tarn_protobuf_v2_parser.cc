@@ -220,12 +220,15 @@ int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
       hash = _hash(*pField, context_);
     }
 
-    if (thisIndex > lastFieldSeenIndex) {
-      if (thisIndex > lastFieldSeenIndex + 1)
-        omittedRanges.addRange(lastFieldSeenIndex + 1, thisIndex);
-      lastFieldSeenIndex = thisIndex;
-    } else {
-      omittedRanges.splitRange(thisIndex);
+    // Which fields stay absent matters only to a type that declares defaults.
+    if (table.anyDefault) {
+      if (thisIndex > lastFieldSeenIndex) {
+        if (thisIndex > lastFieldSeenIndex + 1)
+          omittedRanges.addRange(lastFieldSeenIndex + 1, thisIndex);
+        lastFieldSeenIndex = thisIndex;
+      } else {
+        omittedRanges.splitRange(thisIndex);
+      }
     }
 
     tarn_message_value_set_entry entry;
@@ -234,6 +237,7 @@ int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
       return TARN_FAILURE;
     }
   }
+  if (!table.anyDefault) return TARN_SUCCESS;
   return _insertDefaults(context_, omittedRanges, lastFieldSeenIndex);
 }
 
@@ -263,6 +267,16 @@ int tarn_protobuf_v2_parser::_consumeMessage(tarn_message_value_set_entry* pValu
 
   context_._pSrc = pPayload + length_;
   return TARN_SUCCESS;
+}
+
+template <typename Store>
+TARN_ALWAYS_INLINE void tarn_protobuf_v2_parser::_storeElements(
+    tarn_message_value_set_entry* pValue_, const char*& pSrc_, const char* pBlockEnd_,
+    Store store_) {
+  while (pSrc_ < pBlockEnd_) {
+    store_(pSrc_, pBlockEnd_, pValue_);
+    _insert(pValue_);
+  }
 }
 
 int tarn_protobuf_v2_parser::_consumePacked(const field_entry& field_,
@@ -302,29 +316,58 @@ int tarn_protobuf_v2_parser::_consumePacked(const field_entry& field_,
 
   // One loop per element kind, so that the kind is decided once per block.
   const char*& pSrc = context_._pSrc;
-  switch (element) {
-    case travel_varint:
-    case travel_zigzag:
-      while (pSrc < pBlockEnd) {
-        int64_t value = 0;
-        const bool known = varintAs(type, _consumeVarint(pSrc, pBlockEnd), value);
-        TARN_ASSERT(known);
-        tarn_message_value_set_entry_set_long(pValue_, value);
-        _insert(pValue_);
-      }
+  typedef tarn_message_value_set_entry entry;
+  switch (type) {
+    case FieldDescriptor::TYPE_INT32:
+      // The low 32 bits, sign-extended.
+      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char* e_, entry* v_) {
+        tarn_message_value_set_entry_set_long(
+            v_, static_cast<int32_t>(static_cast<uint32_t>(_consumeVarint(p_, e_))));
+      });
       break;
-    case travel_fixed32:
-      for (; pSrc < pBlockEnd; pSrc += 4) {
-        setFixed32(pValue_, type, loadFixed32(pSrc));
-        _insert(pValue_);
-      }
+    case FieldDescriptor::TYPE_SINT32:
+    case FieldDescriptor::TYPE_SINT64:
+      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char* e_, entry* v_) {
+        tarn_message_value_set_entry_set_long(v_, zigzagDecode(_consumeVarint(p_, e_)));
+      });
+      break;
+    case FieldDescriptor::TYPE_FLOAT:
+      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char*, entry* v_) {
+        tarn_message_value_set_entry_set_double(v_, widenFloat(loadFixed32(p_)));
+        p_ += 4;
+      });
+      break;
+    case FieldDescriptor::TYPE_SFIXED32:
+      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char*, entry* v_) {
+        tarn_message_value_set_entry_set_long(v_, static_cast<int32_t>(loadFixed32(p_)));
+        p_ += 4;
+      });
+      break;
+    case FieldDescriptor::TYPE_FIXED32:
+      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char*, entry* v_) {
+        tarn_message_value_set_entry_set_long(v_, loadFixed32(p_));
+        p_ += 4;
+      });
+      break;
+    case FieldDescriptor::TYPE_DOUBLE:
+      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char*, entry* v_) {
+        tarn_message_value_set_entry_set_double(v_, asDouble(loadFixed64(p_)));
+        p_ += 8;
+      });
+      break;
+    case FieldDescriptor::TYPE_FIXED64:
+    case FieldDescriptor::TYPE_SFIXED64:
+      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char*, entry* v_) {
+        tarn_message_value_set_entry_set_long(v_, static_cast<int64_t>(loadFixed64(p_)));
+        p_ += 8;
+      });
       break;
     default:
-      TARN_ASSERT(element == travel_fixed64);
-      for (; pSrc < pBlockEnd; pSrc += 8) {
-        setFixed64(pValue_, type, loadFixed64(pSrc));
-        _insert(pValue_);
-      }
+      // int64, uint64, uint32, bool and enum: all 64 bits as sent.
+      TARN_ASSERT(element == travel_varint);
+      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char* e_, entry* v_) {
+        tarn_message_value_set_entry_set_long(v_, static_cast<int64_t>(_consumeVarint(p_, e_)));
+      });
       break;
   }
   return TARN_SUCCESS;
@@ -344,7 +387,7 @@ void tarn_protobuf_v2_parser::_ascend(uint32_t uplevelPreviousSibling_) {
 
 void tarn_protobuf_v2_parser::omitted_ranges::splitRange(int split_) {
   for (size_type i = 0; i < _size; ++i) {
-    std::pair<int, int>& range = _pArray[i];
+    index_range& range = _pArray[i];
     if (range.first <= split_ && split_ < range.second) {
       if (split_ == range.first) {
         range.first = split_ + 1;

@@ -38,9 +38,17 @@ class tarn_protobuf_v2_parser {
   // Half-open ranges [first, second) of field indexes not seen so far at one
   // level, in the order they were appended. A range that empties stays in the
   // list covering nothing; ranges never overlap.
-  class omitted_ranges : public tarn::hybrid_worklist<std::pair<int, int>, 16> {
+  // A plain struct, so that the inline list is not cleared at every level.
+  struct index_range {
+    int first;
+    int second;
+  };
+  class omitted_ranges : public tarn::hybrid_worklist<index_range, 16> {
    public:
-    void addRange(int start_, int end_) { push_back(std::make_pair(start_, end_)); }
+    void addRange(int start_, int end_) {
+      const index_range range = {start_, end_};
+      push_back(range);
+    }
     void splitRange(int split_);
   };
 
@@ -121,6 +129,9 @@ class tarn_protobuf_v2_parser {
   [[nodiscard]] int _consumeMessage(tarn_message_value_set_entry* pValue_,
                                     const field_entry& field_, parse_context& context_,
                                     const char* pValueStart_, size_t length_);
+  template <typename Store>
+  void _storeElements(tarn_message_value_set_entry* pValue_, const char*& pSrc_,
+                      const char* pBlockEnd_, Store store_);
   [[nodiscard]] int _consumePacked(const field_entry& field_, tarn_message_value_set_entry* pValue_,
                                    parse_context& context_, const char* pValueStart_,
                                    const char* pEnd_);
