@@ -154,6 +154,11 @@ TEST(TraceOutput, CapacityAndExistingText) {
   EXPECT_EQ(R"(protobuf({"id":150,"name":"ab","score":)", trace(sample(), sampleBody, 100).text);
   EXPECT_EQ(sampleText, trace(sample(), sampleBody, sampleText.find("0.25") + 64).text);
   EXPECT_EQ(255, trace(sample(), sampleBody, sampleText.find("0.25") + 63).status);
+  // A string value is its quotes and its bytes, each piece written if it fits.
+  const std::string text = Body().str(2, "abcdef");
+  EXPECT_EQ(R"(protobuf({"name":")", trace(sample(), text, 23).text);
+  EXPECT_EQ(R"(protobuf({"name":"abcdef)", trace(sample(), text, 24).text);
+  EXPECT_EQ(R"(protobuf({"name":"abcdef")", trace(sample(), text, 25).text);
   // A text ending in punctuation may fill the buffer exactly.
   const std::string nested = R"(protobuf({"inner":{"label":"q"}}))";
   EXPECT_EQ(nested, trace(sample(), Body().msg(5, Body().str(1, "q")), nested.size()).text);

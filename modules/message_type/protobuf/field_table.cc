@@ -117,6 +117,19 @@ field_tables::field_tables(const Descriptor* root_) {
       if (e.is(field_has_default)) t->anyDefault = true;
       maxNumber = std::max(maxNumber, e.number);
     }
+    // The keys are written once the table's text is complete, so that no
+    // pointer into it moves afterwards.
+    std::vector<size_t> keyAt(static_cast<size_t>(count));
+    for (int i = 0; i < count; ++i) {
+      const field_entry& e = t->fields[static_cast<size_t>(i)];
+      keyAt[static_cast<size_t>(i)] = t->traceKeys.size();
+      t->traceKeys.append(",\"").append(e.name, e.nameLength).append("\":");
+    }
+    for (int i = 0; i < count; ++i) {
+      field_entry& e = t->fields[static_cast<size_t>(i)];
+      e.traceKey = t->traceKeys.data() + keyAt[static_cast<size_t>(i)];
+      e.traceKeyLength = e.nameLength + 4;
+    }
     if (denseFits(maxNumber, count)) {
       t->byNumber.assign(static_cast<size_t>(maxNumber) + 1, 0);
       for (int i = 0; i < count; ++i)

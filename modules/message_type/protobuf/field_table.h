@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "wire_format.h"
@@ -45,6 +46,8 @@ struct field_entry {
   uint8_t flags;             // field_flag bits
   uint8_t defaultKind;       // which member of the default is set
   const type_table* nested;  // the message type's table for field_message, else null
+  const char* traceKey;      // ,"name": as the trace writes it after another field
+  uint32_t traceKeyLength;   // bytes of traceKey, the comma included
   int64_t defaultLong;
   double defaultDouble;
   const char* defaultString;  // the descriptor's own default text
@@ -61,6 +64,7 @@ struct type_table {
   // a type whose numbers are too sparse for that keeps them sorted instead.
   std::vector<uint32_t> byNumber;
   std::vector<std::pair<int32_t, uint32_t>> sorted;
+  std::string traceKeys;  // every field's traceKey, one after another
 
   int fieldCount() const { return static_cast<int>(fields.size()); }
 

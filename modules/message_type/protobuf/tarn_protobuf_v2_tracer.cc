@@ -72,7 +72,11 @@ trace_output_stream& tarn_protobuf_v2_tracer::_separator(bool first_) {
   return _os;
 }
 
+// One write of the whole key where it fits; where it does not, the pieces
+// that fit are written before the stream gives up, as for any other text.
 void tarn_protobuf_v2_tracer::_key(const field_entry& field_, bool first_) {
+  const unsigned skip = first_ ? 1 : 0;
+  if (_os.tryWrite(field_.traceKey + skip, field_.traceKeyLength - skip)) return;
   _separator(first_) << '"' << tarn::cstring{field_.name, field_.nameLength} << '"' << ':';
 }
 
@@ -141,7 +145,7 @@ bool tarn_protobuf_v2_tracer::_traceField(const field_entry& field_, uint32_t wi
         _trace(&nested, *field_.nested, depth_ + 1);
       } else {
         _key(field_, first_);
-        _os << '"' << tarn::cstring{pSrc_, length} << '"';
+        if (!_os.tryWriteQuoted(pSrc_, length)) _os << '"' << tarn::cstring{pSrc_, length} << '"';
       }
       pSrc_ += length;
       return true;

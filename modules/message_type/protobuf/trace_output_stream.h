@@ -44,6 +44,32 @@ class trace_output_stream {
     return *this;
   }
 
+  // Writes n_ bytes when they all fit and says whether they did; writes
+  // nothing otherwise (the caller then writes piece by piece, so that what
+  // fits of a longer text is there when the stream throws).
+  bool tryWrite(const char* p_, size_t n_) {
+    if (_pOutput->length > _pOutput->capacity || n_ > _pOutput->capacity - _pOutput->length)
+      return false;
+    if (n_ != 0) {
+      std::memcpy(_pOutput->output + _pOutput->length, p_, n_);
+      _pOutput->length += n_;
+    }
+    return true;
+  }
+
+  // Writes n_ bytes between double quotes when all of it fits and says
+  // whether it did, like tryWrite.
+  bool tryWriteQuoted(const char* p_, size_t n_) {
+    if (_pOutput->length > _pOutput->capacity || n_ + 2 > _pOutput->capacity - _pOutput->length)
+      return false;
+    char* const pOut = _pOutput->output + _pOutput->length;
+    pOut[0] = '"';
+    if (n_ != 0) std::memcpy(pOut + 1, p_, n_);
+    pOut[n_ + 1] = '"';
+    _pOutput->length += n_ + 2;
+    return true;
+  }
+
   // Numbers demand convert_buffer_size free bytes whatever their text, so the
   // room check never depends on formatting. Doubles read as "%g" would print
   // them in the C locale; integers in plain decimal.
