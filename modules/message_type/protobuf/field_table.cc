@@ -68,7 +68,7 @@ const field_entry* type_table::findSorted(int number_) const {
   const auto it = std::lower_bound(
       sorted.begin(), sorted.end(), number_,
       [](const std::pair<int32_t, uint32_t>& e_, int n_) { return e_.first < n_; });
-  return it != sorted.end() && it->first == number_ ? &fields[it->second] : nullptr;
+  return it != sorted.end() && it->first == number_ ? &fieldArray[it->second] : nullptr;
 }
 
 field_tables::field_tables(const Descriptor* root_) {
@@ -113,6 +113,10 @@ field_tables::field_tables(const Descriptor* root_) {
         e.flags |= field_message;
         e.nested = tableOf(f.message_type());
       }
+      e.entry.parent = e.entry.first_child = e.entry.next_sibling = 0xFFFFFFFFu;
+      e.entry.tag_bytes = e.name;
+      e.entry.tag_length = e.nameLength;
+      if (e.is(field_required)) e.entry.value_flags = tarn_message_value_set_entry_flag_required;
       setDefault(e, f);
       if (e.is(field_has_default)) t->anyDefault = true;
       maxNumber = std::max(maxNumber, e.number);
@@ -139,5 +143,9 @@ field_tables::field_tables(const Descriptor* root_) {
         t->sorted.emplace_back(t->fields[i].number, static_cast<uint32_t>(i));
       std::sort(t->sorted.begin(), t->sorted.end());
     }
+    t->fieldArray = t->fields.data();
+    t->count = static_cast<uint32_t>(count);
+    t->byNumberArray = t->byNumber.data();
+    t->byNumberCount = static_cast<uint32_t>(t->byNumber.size());
   }
 }

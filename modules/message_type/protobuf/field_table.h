@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "message_type/tarn_message_type.h"
 #include "wire_format.h"
 
 struct type_table;
@@ -46,8 +47,11 @@ struct field_entry {
   uint8_t flags;             // field_flag bits
   uint8_t defaultKind;       // which member of the default is set
   const type_table* nested;  // the message type's table for field_message, else null
-  const char* traceKey;      // ,"name": as the trace writes it after another field
-  uint32_t traceKeyLength;   // bytes of traceKey, the comma included
+  // The entry every occurrence starts from: name, flags and unset links;
+  // a parse adds the hash, the parent and the value.
+  tarn_message_value_set_entry entry;
+  const char* traceKey;     // ,"name": as the trace writes it after another field
+  uint32_t traceKeyLength;  // bytes of traceKey, the comma included
   int64_t defaultLong;
   double defaultDouble;
   const char* defaultString;  // the descriptor's own default text
@@ -66,18 +70,25 @@ struct type_table {
   std::vector<std::pair<int32_t, uint32_t>> sorted;
   std::string traceKeys;  // every field's traceKey, one after another
 
-  int fieldCount() const { return static_cast<int>(fields.size()); }
+  // Copies of the sizes and starts above, set once the vectors are final:
+  // the hot loops then neither divide by the entry size nor reload a vector.
+  const field_entry* fieldArray;
+  uint32_t count;
+  const uint32_t* byNumberArray;
+  uint32_t byNumberCount;
+
+  int fieldCount() const { return static_cast<int>(count); }
 
   // The field numbered number_, exactly as FindFieldByNumber answers, or null.
   // hint_ (any int) is tried first: fields mostly arrive in declaration
   // order, so the one after the previous field usually matches.
   TARN_ALWAYS_INLINE const field_entry* find(int number_, int hint_) const {
-    if (static_cast<unsigned>(hint_) < fields.size() && fields[hint_].number == number_)
-      return &fields[hint_];
+    if (static_cast<unsigned>(hint_) < count && fieldArray[hint_].number == number_)
+      return &fieldArray[hint_];
     // Unsigned, so that negative numbers fall out of range.
-    if (static_cast<size_t>(static_cast<unsigned>(number_)) < byNumber.size()) {
-      const uint32_t at = byNumber[static_cast<unsigned>(number_)];
-      return at == 0 ? nullptr : &fields[at - 1];
+    if (static_cast<unsigned>(number_) < byNumberCount) {
+      const uint32_t at = byNumberArray[static_cast<unsigned>(number_)];
+      return at == 0 ? nullptr : &fieldArray[at - 1];
     }
     return sorted.empty() ? nullptr : findSorted(number_);
   }

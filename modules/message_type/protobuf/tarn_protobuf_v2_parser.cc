@@ -94,14 +94,9 @@ uint64_t tarn_protobuf_v2_parser::_consumeVarintSlow(const char*& pSrc_, const c
 TARN_ALWAYS_INLINE void tarn_protobuf_v2_parser::_initializeEntry(
     tarn_message_value_set_entry* pValue_, const field_entry& field_, uint32_t hash_,
     parse_context& parseContext_) {
-  *pValue_ = tarn_message_value_set_entry();
+  *pValue_ = field_.entry;
   pValue_->hash = hash_;
   pValue_->parent = parseContext_._rootIndex;
-  pValue_->first_child = INVALID;
-  pValue_->next_sibling = INVALID;
-  pValue_->tag_bytes = field_.name;
-  pValue_->tag_length = field_.nameLength;
-  if (field_.is(field_required)) pValue_->value_flags = tarn_message_value_set_entry_flag_required;
 }
 
 TARN_ALWAYS_INLINE uint32_t tarn_protobuf_v2_parser::_hash(const field_entry& field_,
@@ -407,12 +402,12 @@ int tarn_protobuf_v2_parser::_insertDefaults(parse_context& context_, const omit
   const type_table& table = *context_._pTable;
   for (omitted_ranges::size_type r = 0; r < ranges_.size(); ++r) {
     for (int i = ranges_[r].first; i < ranges_[r].second; ++i) {
-      if (_insertDefault(context_, table.fields[i]) != TARN_SUCCESS) return TARN_FAILURE;
+      if (_insertDefault(context_, table.fieldArray[i]) != TARN_SUCCESS) return TARN_FAILURE;
     }
   }
   const int fieldCount = table.fieldCount();
   for (int i = lastFieldSeenIndex_ + 1; i < fieldCount; ++i) {
-    if (_insertDefault(context_, table.fields[i]) != TARN_SUCCESS) {
+    if (_insertDefault(context_, table.fieldArray[i]) != TARN_SUCCESS) {
       return TARN_FAILURE;
     }
   }
