@@ -35,14 +35,15 @@ class tarn_protobuf_v2_parser {
     bool _repeats;
   };
 
-  // Half-open ranges [first, second) of field indexes not seen so far at one
-  // level, in the order they were appended. A range that empties stays in the
-  // list covering nothing; ranges never overlap.
-  // A plain struct, so that the inline list is not cleared at every level.
+  // Half-open range [first, second) of field indexes; a plain struct, so that
+  // the inline list below is not cleared at every level.
   struct index_range {
     int first;
     int second;
   };
+  // The ranges of field indexes not seen so far at one level, in the order
+  // they were appended. A range that empties stays in the list covering
+  // nothing; ranges never overlap.
   class omitted_ranges : public tarn::hybrid_worklist<index_range, 16> {
    public:
     void addRange(int start_, int end_) {
@@ -82,7 +83,7 @@ class tarn_protobuf_v2_parser {
     static const uint32_t slot_count = 256;
 
     TARN_NOINLINE uint32_t _miss(const field_entry& field_, uint32_t seed_) {
-      // More than one miss in two lookups, past the first fills.
+      // Off once the misses outnumber the hits by more than 16.
       if (++_misses * 2 > _lookups + 16) _on = false;
       const uint32_t hash = tarn_message_xpath_hash_string(field_.name, field_.nameLength, seed_);
       const uint32_t i = field_.slot;
