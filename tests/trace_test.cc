@@ -22,6 +22,7 @@ tarn_message_type_context packed() {
   return tarn_test::context("trace.proto", "tarn.trace.Packed");
 }
 tarn_message_type_context rich() { return tarn_test::rich(); }
+tarn_message_type_context names() { return tarn_test::context("trace.proto", "tarn.trace.Names"); }
 tarn_message_type_context sparse() {
   return tarn_test::context("parser.proto", "tarn.ptest.Sparse");
 }
@@ -102,6 +103,13 @@ TEST(TraceFormat, RenderingTable) {
        "{}"},
       {sparse, Body().msg(70000, Body().varint(536870911, 1).varint(4999, 2)).varint(1, 3),
        R"({"next":{"big":1},"one":3})"},
+      {names, Body().varint(1, 1).varint(2, 2).varint(3, 3).varint(4, 4).varint(5, 5),
+       R"({"abcdefghijkl":1,"abcdefghijklm":2,"abc":3,"abcd":4,"a_much_longer_name_than_sixteen":5})"},
+      {names, Body().varint(2, 1).varint(1, 2).varint(4, 3).varint(3, 4),
+       R"({"abcdefghijklm":1,"abcdefghijkl":2,"abcd":3,"abc":4})"},
+      {names, Body().varint(5, 1).varint(5, 2),
+       R"({"a_much_longer_name_than_sixteen":1,)"
+       R"("a_much_longer_name_than_sixteen":2})"},
       // Cut bodies: the level holding the cut ends; an unreadable value leaves no key.
       {node, Body().varint(2, 1).raw("\x10\xff\xff"), R"({"value":1})"},
       {rich, Body().varint(8, 1).tag(7, 5).raw("abc"), R"({"f_bool":1})"},

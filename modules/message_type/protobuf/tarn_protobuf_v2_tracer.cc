@@ -74,9 +74,14 @@ trace_output_stream& tarn_protobuf_v2_tracer::_separator(bool first_) {
 
 // One write of the whole key where it fits; where it does not, the pieces
 // that fit are written before the stream gives up, as for any other text.
-void tarn_protobuf_v2_tracer::_key(const field_entry& field_, bool first_) {
+TARN_ALWAYS_INLINE void tarn_protobuf_v2_tracer::_key(const field_entry& field_, bool first_) {
   const unsigned skip = first_ ? 1 : 0;
-  if (_os.tryWrite(field_.traceKey + skip, field_.traceKeyLength - skip)) return;
+  if (__builtin_expect(_os.tryWrite(field_.traceKey + skip, field_.traceKeyLength - skip), 1))
+    return;
+  _keyInPieces(field_, first_);
+}
+
+void tarn_protobuf_v2_tracer::_keyInPieces(const field_entry& field_, bool first_) {
   _separator(first_) << '"' << tarn::cstring{field_.name, field_.nameLength} << '"' << ':';
 }
 

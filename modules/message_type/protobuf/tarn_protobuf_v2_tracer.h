@@ -49,6 +49,8 @@ class tarn_protobuf_v2_tracer {
   void _scalar(field_travel travel_, Type type_, uint64_t bits_, bool packed_);
   trace_output_stream& _separator(bool first_);
   void _key(const field_entry& field_, bool first_);
+  // The key written piece by piece: what fits of it when the whole does not.
+  TARN_NOINLINE void _keyInPieces(const field_entry& field_, bool first_);
 
   trace_output_stream _os;
   const type_table* _root;

@@ -50,10 +50,8 @@ class trace_output_stream {
   bool tryWrite(const char* p_, size_t n_) {
     if (_pOutput->length > _pOutput->capacity || n_ > _pOutput->capacity - _pOutput->length)
       return false;
-    if (n_ != 0) {
-      std::memcpy(_pOutput->output + _pOutput->length, p_, n_);
-      _pOutput->length += n_;
-    }
+    _copy(_pOutput->output + _pOutput->length, p_, n_);
+    _pOutput->length += n_;
     return true;
   }
 
@@ -92,6 +90,26 @@ class trace_output_stream {
       _overflow();
   }
   [[noreturn]] static void _overflow();
+
+  // Exactly n_ bytes. Keys are short: up to 16 bytes go as two overlapping
+  // loads and stores of the widest size that fits, without a library call.
+  static void _copy(char* pDst_, const char* pSrc_, size_t n_) {
+    if (n_ >= 8 && n_ <= 16) {
+      uint64_t head, tail;
+      std::memcpy(&head, pSrc_, 8);
+      std::memcpy(&tail, pSrc_ + n_ - 8, 8);
+      std::memcpy(pDst_, &head, 8);
+      std::memcpy(pDst_ + n_ - 8, &tail, 8);
+    } else if (n_ >= 4 && n_ < 8) {
+      uint32_t head, tail;
+      std::memcpy(&head, pSrc_, 4);
+      std::memcpy(&tail, pSrc_ + n_ - 4, 4);
+      std::memcpy(pDst_, &head, 4);
+      std::memcpy(pDst_ + n_ - 4, &tail, 4);
+    } else if (n_ != 0) {
+      std::memcpy(pDst_, pSrc_, n_);
+    }
+  }
 
   void _write(const char* p_, size_t n_) {
     _ensure(n_);
