@@ -2,6 +2,9 @@
 // values per field type and wire type, defaults, and what a failure leaves.
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <vector>
+
 #include "module_fixture.h"
 #include "wire.h"
 
@@ -199,6 +202,66 @@ TEST(ParserDefaults, EmptyNestedMessageHoldsItsDefaultsAbsentOneNothing) {
       "a =2 raw 4+2 up - down - next -\n",
       dump(Parsed(type("M"), Body().varint(3, 1).msg(2, Body()).varint(1, 2))));
   EXPECT_EQ("a =2 raw 0+2 up - down - next -\n", dump(Parsed(type("M"), Body().varint(1, 2))));
+}
+
+TEST(ParserTree, SparseNumbersOutOfDeclarationOrder) {
+  const struct {
+    const char* name;
+    std::string body;
+    std::string tree;  // dump(), or "" for a failed parse that stored nothing
+  } cases[] = {
+      {"every field, nested defaults",
+       Body().varint(536870911, 3).varint(1, 4).msg(70000, Body().varint(1, 9)),
+       "big =3 raw 0+6 up - down - next 1\n"
+       "one =4 raw 6+2 up - down - next 2\n"
+       "next {} raw 8+6 up - down 3 next 5\n"
+       "one =9 raw 12+2 up 2 down - next 4\n"
+       "mid S6D raw - up 2 down - next -\n"
+       "mid S6D raw - up - down - next -\n"},
+      {"declared last first", Body().msg(70000, Body()).str(5000, "z"),
+       "next {} raw 0+4 up - down 1 next 2\n"
+       "mid S6D raw - up 0 down - next -\n"
+       "mid s7A raw 4+5 up - down - next -\n"},
+      {"number between two fields", Body().varint(2, 1), ""},
+      {"just below a field", Body().varint(4999, 1), ""},
+      {"just below the largest", Body().varint(536870910, 1), ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Parsed parsed(type("Sparse"), c.body);
+    EXPECT_EQ(c.tree.empty() ? 255 : 0, parsed.status());
+    EXPECT_EQ(c.tree, dump(parsed));
+  }
+}
+
+// Hashes of the same name under the same parent path repeat within a parse
+// (members of repeated messages, repeated fields); every entry must still get
+// the hash of its own path: a binary tree of repeated members under a chain
+// of single ones, so that names meet many different parent paths.
+TEST(ParserTree, EveryHashFollowsItsPath) {
+  std::function<Body(int)> tree = [&](int depth) {
+    Body b;
+    b.varint(1, 1).varint(1, 2).varint(536870911, 3);
+    if (depth > 0) b.msg(6, tree(depth - 1)).msg(6, tree(depth - 1));
+    b.str(5000, "x");
+    return b;
+  };
+  Body chain = tree(6);
+  for (int depth = 0; depth < 40; ++depth) chain = Body().varint(1, 4).msg(70000, chain);
+  Parsed parsed(type("Sparse"), chain);
+  ASSERT_EQ(0, parsed.status());
+  // Each chain level: one, next and the default of mid; each tree node: two
+  // of one, big and mid, and every node but the root is a `many` entry.
+  ASSERT_EQ(40u * 3 + 127 * 4 + 126, parsed.size());
+  std::vector<uint32_t> expected;
+  for (uint32_t i = 0; i < parsed.size(); ++i) {
+    const auto& e = parsed[i];
+    const uint32_t seed = e.parent == INV
+                              ? tarn_host::default_base_hash
+                              : tarn_message_xpath_hash_add_separator(expected.at(e.parent));
+    expected.push_back(tarn_message_xpath_hash_string(e.tag_bytes, e.tag_length, seed));
+    EXPECT_EQ(expected.back(), e.hash) << i;
+  }
 }
 
 TEST(ParserTree, FailuresKeepWhatWasStoredBefore) {

@@ -22,6 +22,10 @@ tarn_message_type_context packed() {
   return tarn_test::context("trace.proto", "tarn.trace.Packed");
 }
 tarn_message_type_context rich() { return tarn_test::rich(); }
+tarn_message_type_context names() { return tarn_test::context("trace.proto", "tarn.trace.Names"); }
+tarn_message_type_context sparse() {
+  return tarn_test::context("parser.proto", "tarn.ptest.Sparse");
+}
 
 const std::string sampleBody = wire::fromHex(
     "08 96 01 12 02 61 62 19 00 00 00 00 00 00 04 40 22 02 01 04 2a 03 0a 01 78 35 00 00 80 3e");
@@ -97,6 +101,15 @@ TEST(TraceFormat, RenderingTable) {
        R"({"child":{"value":1},"value":3})"},
       {node, Body().raw(wire::varintBytes(((uint64_t{1} << 32) + 2) << 3)).raw("\x05").varint(2, 6),
        "{}"},
+      {sparse, Body().msg(70000, Body().varint(536870911, 1).varint(4999, 2)).varint(1, 3),
+       R"({"next":{"big":1},"one":3})"},
+      {names, Body().varint(1, 1).varint(2, 2).varint(3, 3).varint(4, 4).varint(5, 5),
+       R"({"abcdefghijkl":1,"abcdefghijklm":2,"abc":3,"abcd":4,"a_much_longer_name_than_sixteen":5})"},
+      {names, Body().varint(2, 1).varint(1, 2).varint(4, 3).varint(3, 4),
+       R"({"abcdefghijklm":1,"abcdefghijkl":2,"abcd":3,"abc":4})"},
+      {names, Body().varint(5, 1).varint(5, 2),
+       R"({"a_much_longer_name_than_sixteen":1,)"
+       R"("a_much_longer_name_than_sixteen":2})"},
       // Cut bodies: the level holding the cut ends; an unreadable value leaves no key.
       {node, Body().varint(2, 1).raw("\x10\xff\xff"), R"({"value":1})"},
       {rich, Body().varint(8, 1).tag(7, 5).raw("abc"), R"({"f_bool":1})"},
@@ -149,6 +162,11 @@ TEST(TraceOutput, CapacityAndExistingText) {
   EXPECT_EQ(R"(protobuf({"id":150,"name":"ab","score":)", trace(sample(), sampleBody, 100).text);
   EXPECT_EQ(sampleText, trace(sample(), sampleBody, sampleText.find("0.25") + 64).text);
   EXPECT_EQ(255, trace(sample(), sampleBody, sampleText.find("0.25") + 63).status);
+  // A string value is its quotes and its bytes, each piece written if it fits.
+  const std::string text = Body().str(2, "abcdef");
+  EXPECT_EQ(R"(protobuf({"name":")", trace(sample(), text, 23).text);
+  EXPECT_EQ(R"(protobuf({"name":"abcdef)", trace(sample(), text, 24).text);
+  EXPECT_EQ(R"(protobuf({"name":"abcdef")", trace(sample(), text, 25).text);
   // A text ending in punctuation may fill the buffer exactly.
   const std::string nested = R"(protobuf({"inner":{"label":"q"}}))";
   EXPECT_EQ(nested, trace(sample(), Body().msg(5, Body().str(1, "q")), nested.size()).text);

@@ -19,7 +19,9 @@ class hybrid_worklist {
   typedef SizeT size_type;
   static const unsigned ActualSize = N;
 
-  hybrid_worklist() : _size(0), _allocated(N), _pArray(_array), _array() {}
+  // The inline elements are left as T's default constructor leaves them (a
+  // plain struct: unset), since every element is assigned before it is read.
+  hybrid_worklist() : _size(0), _allocated(N), _pArray(_array) {}
   ~hybrid_worklist() {
     if (_pArray != _array) delete[] _pArray;
   }

@@ -190,10 +190,12 @@ size_t merge_walk<Sink>::_mergeLevel(uint32_t updSlot_, uint32_t oldSlot_,
   for (uint32_t oldChild = oldSlot_; oldChild < oldCount && _steps != 0;) {
     --_steps;
     const value* el = oldSet_.getBySlot(oldChild);
-    const uint32_t updIndex = findIndex(updSet_, el->_hash);
-    const bool replaced = updIndex != INVALID && hasBytes(updSet_.getBySlot(updIndex));
-    if (!replaced && hasBytes(el) && !repeatsRange(el, pPrevious)) {
-      _sink.copy(el->_pRawBytes, el->_rawBytesLength);
+    // The later elements of a packed field write nothing whatever the update
+    // holds, so they skip the look-up.
+    if (!repeatsRange(el, pPrevious)) {
+      const uint32_t updIndex = findIndex(updSet_, el->_hash);
+      const bool replaced = updIndex != INVALID && hasBytes(updSet_.getBySlot(updIndex));
+      if (!replaced && hasBytes(el)) _sink.copy(el->_pRawBytes, el->_rawBytesLength);
     }
     pPrevious = el;
     const uint32_t next = el->_nextSibling;

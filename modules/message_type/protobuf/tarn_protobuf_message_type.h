@@ -1,4 +1,6 @@
-// One configured message type. The object holds only its root descriptor; the
+// One configured message type. The object holds its root descriptor and the
+// field tables the engines walk, built from the descriptors before the context
+// is returned and read-only from then on. The
 // schema objects behind every descriptor are process-wide, shared by all
 // contexts and kept until the module is unloaded, so a context may name a type
 // that an earlier context loaded and descriptors never dangle.
@@ -8,8 +10,10 @@
 #include <google/protobuf/compiler/importer.h>
 #include <google/protobuf/descriptor.h>
 
+#include <memory>
 #include <string>
 
+#include "field_table.h"
 #include "message_type/tarn_message_type.h"
 #include "module_error_collector.h"
 
@@ -39,6 +43,7 @@ class tarn_protobuf_message_type {
 
  private:
   const google::protobuf::Descriptor* _pRootDescriptor;
+  std::unique_ptr<const field_tables> _pTables;
 
   // Constructed in this order when the module is loaded, destroyed in reverse.
   static google::protobuf::compiler::DiskSourceTree _diskTree;

@@ -10,7 +10,6 @@
 
 #include "util/base/assert.h"
 
-using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
 
 // The wire rules classify field types by libprotobuf's own numbering.
@@ -71,17 +70,6 @@ inline void setFixed32(tarn_message_value_set_entry* pValue_, FieldDescriptor::T
   }
 }
 
-// A default's value stored in an entry; both always succeed.
-int setLong(tarn_message_value_set_entry* pValue_, int64_t value_) {
-  tarn_message_value_set_entry_set_long(pValue_, value_);
-  return TARN_SUCCESS;
-}
-
-int setDouble(tarn_message_value_set_entry* pValue_, double value_) {
-  tarn_message_value_set_entry_set_double(pValue_, value_);
-  return TARN_SUCCESS;
-}
-
 }  // namespace
 
 // A varint cut off by pEnd_ reads as 0 and leaves pSrc_ at pEnd_: the walk
@@ -103,48 +91,18 @@ uint64_t tarn_protobuf_v2_parser::_consumeVarintSlow(const char*& pSrc_, const c
   return 0;
 }
 
-// The field of pDescriptor_ declared with number_, exactly as
-// FindFieldByNumber answers, or null. Fields mostly arrive in declaration
-// order, and numbers are often 1..n in that order, so the field after the
-// previous one and the field at number_ - 1 are tried first through inline
-// accessors; only a miss pays for the table lookup. indexHint_ may be any
-// int. On success index_ is the field's index().
-TARN_ALWAYS_INLINE const FieldDescriptor* tarn_protobuf_v2_parser::_findField(
-    const Descriptor* pDescriptor_, int fieldCount_, int number_, int indexHint_, int& index_) {
-  if (static_cast<unsigned>(indexHint_) < static_cast<unsigned>(fieldCount_)) {
-    const FieldDescriptor* pField = pDescriptor_->field(indexHint_);
-    if (pField->number() == number_) {
-      index_ = indexHint_;
-      return pField;
-    }
-  }
-  // Unsigned, so that 0 and negative numbers fall out of range instead of
-  // overflowing.
-  const unsigned byNumber = static_cast<unsigned>(number_) - 1u;
-  if (byNumber < static_cast<unsigned>(fieldCount_)) {
-    const FieldDescriptor* pField = pDescriptor_->field(static_cast<int>(byNumber));
-    if (pField->number() == number_) {
-      index_ = static_cast<int>(byNumber);
-      return pField;
-    }
-  }
-  return _findFieldSlow(pDescriptor_, number_, index_);
+TARN_ALWAYS_INLINE void tarn_protobuf_v2_parser::_initializeEntry(
+    tarn_message_value_set_entry* pValue_, const field_entry& field_, uint32_t hash_,
+    parse_context& parseContext_) {
+  *pValue_ = field_.entry;
+  pValue_->hash = hash_;
+  pValue_->parent = parseContext_._rootIndex;
 }
 
-TARN_ALWAYS_INLINE void tarn_protobuf_v2_parser::_initializeValueFromDescriptor(
-    tarn_message_value_set_entry* pValue_, const google::protobuf::FieldDescriptor* pField_,
-    parse_context& parseContext_) {
-  *pValue_ = tarn_message_value_set_entry();
-  const std::string& name = pField_->name();
-  pValue_->hash = tarn_message_xpath_hash_string(name.data(), name.size(), parseContext_._baseHash);
-  pValue_->parent = parseContext_._rootIndex;
-  pValue_->first_child = INVALID;
-  pValue_->next_sibling = INVALID;
-  pValue_->tag_bytes = name.data();
-  pValue_->tag_length = static_cast<uint32_t>(name.size());
-  if (pField_->label() == google::protobuf::FieldDescriptor::LABEL_REQUIRED) {
-    pValue_->value_flags = tarn_message_value_set_entry_flag_required;
-  }
+TARN_ALWAYS_INLINE uint32_t tarn_protobuf_v2_parser::_hash(const field_entry& field_,
+                                                           const parse_context& context_) {
+  if (context_._repeats && _hashes.on()) return _hashes.hash(field_, context_._baseHash);
+  return tarn_message_xpath_hash_string(field_.name, field_.nameLength, context_._baseHash);
 }
 
 TARN_ALWAYS_INLINE uint32_t
@@ -170,10 +128,9 @@ tarn_protobuf_v2_parser::_insert(tarn_message_value_set_entry* pValue_) {
 }
 
 TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
-    tarn_message_value_set_entry* pValue_,
-    const google::protobuf::FieldDescriptor* pFieldDescriptor_, wire_type wiretype_,
+    tarn_message_value_set_entry* pValue_, const field_entry& field_, wire_type wiretype_,
     parse_context& context_, const char* pValueStart_, const char* pEnd_) {
-  const FieldDescriptor::Type type = pFieldDescriptor_->type();
+  const FieldDescriptor::Type type = static_cast<FieldDescriptor::Type>(field_.type);
   switch (wiretype_) {
     case VARINT: {
       int64_t value;
@@ -194,16 +151,14 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
       context_._pSrc += 4;
       break;
     case LENGTH_DELIMITED: {
-      // is_packed() is a library call; it can only hold for a packable field,
-      // which the inline is_packable() tells first.
-      if (pFieldDescriptor_->is_packable() && pFieldDescriptor_->is_packed()) {
-        return _consumePacked(pFieldDescriptor_, pValue_, context_, pValueStart_, pEnd_);
+      if (field_.is(field_packed)) {
+        return _consumePacked(field_, pValue_, context_, pValueStart_, pEnd_);
       }
       const uint64_t length = _consumeVarint(context_._pSrc, pEnd_);
       // Compared with what is left, so no length can wrap the position.
       if (length > static_cast<uint64_t>(pEnd_ - context_._pSrc)) return TARN_FAILURE;
-      if (type == FieldDescriptor::TYPE_MESSAGE) {
-        return _consumeMessage(pValue_, pFieldDescriptor_, context_, pValueStart_,
+      if (field_.is(field_message)) {
+        return _consumeMessage(pValue_, field_, context_, pValueStart_,
                                static_cast<size_t>(length));
       }
       // Strings, bytes, groups and unpacked scalars sent as a block: the
@@ -224,30 +179,24 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
 
 int tarn_protobuf_v2_parser::parse(const char* pSource_, size_t sourceLength_) {
   parse_context context;
-  context._pDescriptor = _pRootDescriptor;
+  context._pTable = _pRootTable;
   context._pSrc = pSource_;
   context._srcLength = sourceLength_;
   context._baseHash = tarn_message_xpath_hash_get_base(_valueSet);
   context._rootIndex = INVALID;
+  context._repeats = false;
   return _parseMessage(context);
-}
-
-const FieldDescriptor* tarn_protobuf_v2_parser::_findFieldSlow(const Descriptor* pDescriptor_,
-                                                               int number_, int& index_) {
-  const FieldDescriptor* const pField = pDescriptor_->FindFieldByNumber(number_);
-  if (pField != nullptr) index_ = pField->index();
-  return pField;
 }
 
 int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
   const char* const pEnd = context_._pSrc + context_._srcLength;
-  const Descriptor* const pDescriptor = context_._pDescriptor;
-  const int fieldCount = pDescriptor->field_count();
+  const type_table& table = *context_._pTable;
   omitted_ranges omittedRanges;
   int lastFieldSeenIndex = -1;
-  // The field of the previous occurrence and its index: a repeated field
+  // The field of the previous occurrence and its path hash: a repeated field
   // arrives many times in a row, and the next field is tried after it.
-  const FieldDescriptor* pField = nullptr;
+  const field_entry* pField = nullptr;
+  uint32_t hash = 0;
   int thisIndex = -1;
 
   while (context_._pSrc < pEnd) {
@@ -259,34 +208,37 @@ int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
     // above the largest legal field number match no field and fail like field
     // 0 from a cut-off tag.
     const int number = static_cast<int32_t>(static_cast<uint32_t>(typeAndTag >> wiretype_bits));
-    if (pField == nullptr || pField->number() != number) {
-      pField = _findField(pDescriptor, fieldCount, number, thisIndex + 1, thisIndex);
+    if (pField == nullptr || pField->number != number) {
+      pField = table.find(number, thisIndex + 1);
       if (pField == nullptr) return TARN_FAILURE;
+      thisIndex = pField->index;
+      hash = _hash(*pField, context_);
     }
 
-    if (thisIndex > lastFieldSeenIndex) {
-      if (thisIndex > lastFieldSeenIndex + 1)
-        omittedRanges.addRange(lastFieldSeenIndex + 1, thisIndex);
-      lastFieldSeenIndex = thisIndex;
-    } else {
-      omittedRanges.splitRange(thisIndex);
+    // Which fields stay absent matters only to a type that declares defaults.
+    if (table.anyDefault) {
+      if (thisIndex > lastFieldSeenIndex) {
+        if (thisIndex > lastFieldSeenIndex + 1)
+          omittedRanges.addRange(lastFieldSeenIndex + 1, thisIndex);
+        lastFieldSeenIndex = thisIndex;
+      } else {
+        omittedRanges.splitRange(thisIndex);
+      }
     }
 
     tarn_message_value_set_entry entry;
-    _initializeValueFromDescriptor(&entry, pField, context_);
-    if (_consumeValue(&entry, pField, wiretype, context_, pValueStart, pEnd) != TARN_SUCCESS) {
+    _initializeEntry(&entry, *pField, hash, context_);
+    if (_consumeValue(&entry, *pField, wiretype, context_, pValueStart, pEnd) != TARN_SUCCESS) {
       return TARN_FAILURE;
     }
   }
+  if (!table.anyDefault) return TARN_SUCCESS;
   return _insertDefaults(context_, omittedRanges, lastFieldSeenIndex);
 }
 
 int tarn_protobuf_v2_parser::_consumeMessage(tarn_message_value_set_entry* pValue_,
-                                             const FieldDescriptor* pFieldDescriptor_,
-                                             parse_context& context_, const char* pValueStart_,
-                                             size_t length_) {
-  const Descriptor* const pType = pFieldDescriptor_->message_type();
-  if (pType == nullptr) return TARN_FAILURE;
+                                             const field_entry& field_, parse_context& context_,
+                                             const char* pValueStart_, size_t length_) {
   // Refused before the entry is stored: a level too deep leaves nothing of
   // its field behind, like every other rejected value.
   if (!mayNest(_depth)) return TARN_FAILURE;
@@ -296,9 +248,10 @@ int tarn_protobuf_v2_parser::_consumeMessage(tarn_message_value_set_entry* pValu
   pValue_->raw_bytes_length = static_cast<uint32_t>(pPayload + length_ - pValueStart_);
 
   parse_context child;
-  child._pDescriptor = pType;
+  child._pTable = field_.nested;
   child._pSrc = pPayload;
   child._srcLength = length_;
+  child._repeats = context_._repeats || field_.is(field_repeated);
   child._baseHash = tarn_message_xpath_hash_add_separator(pValue_->hash);
   child._rootIndex = _insert(pValue_);
 
@@ -311,12 +264,22 @@ int tarn_protobuf_v2_parser::_consumeMessage(tarn_message_value_set_entry* pValu
   return TARN_SUCCESS;
 }
 
-int tarn_protobuf_v2_parser::_consumePacked(const FieldDescriptor* pFieldDescriptor_,
+template <typename Store>
+TARN_ALWAYS_INLINE void tarn_protobuf_v2_parser::_storeElements(
+    tarn_message_value_set_entry* pValue_, const char*& pSrc_, const char* pBlockEnd_,
+    Store store_) {
+  while (pSrc_ < pBlockEnd_) {
+    store_(pSrc_, pBlockEnd_, pValue_);
+    _insert(pValue_);
+  }
+}
+
+int tarn_protobuf_v2_parser::_consumePacked(const field_entry& field_,
                                             tarn_message_value_set_entry* pValue_,
                                             parse_context& context_, const char* pValueStart_,
                                             const char* pEnd_) {
-  const FieldDescriptor::Type type = pFieldDescriptor_->type();
-  const field_travel element = travelOf(type);
+  const FieldDescriptor::Type type = static_cast<FieldDescriptor::Type>(field_.type);
+  const field_travel element = static_cast<field_travel>(field_.travel);
   if (!travelsPacked(element)) return TARN_FAILURE;
 
   const uint64_t length = _consumeVarint(context_._pSrc, pEnd_);
@@ -348,29 +311,58 @@ int tarn_protobuf_v2_parser::_consumePacked(const FieldDescriptor* pFieldDescrip
 
   // One loop per element kind, so that the kind is decided once per block.
   const char*& pSrc = context_._pSrc;
-  switch (element) {
-    case travel_varint:
-    case travel_zigzag:
-      while (pSrc < pBlockEnd) {
-        int64_t value = 0;
-        const bool known = varintAs(type, _consumeVarint(pSrc, pBlockEnd), value);
-        TARN_ASSERT(known);
-        tarn_message_value_set_entry_set_long(pValue_, value);
-        _insert(pValue_);
-      }
+  typedef tarn_message_value_set_entry entry;
+  switch (type) {
+    case FieldDescriptor::TYPE_INT32:
+      // The low 32 bits, sign-extended.
+      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char* e_, entry* v_) {
+        tarn_message_value_set_entry_set_long(
+            v_, static_cast<int32_t>(static_cast<uint32_t>(_consumeVarint(p_, e_))));
+      });
       break;
-    case travel_fixed32:
-      for (; pSrc < pBlockEnd; pSrc += 4) {
-        setFixed32(pValue_, type, loadFixed32(pSrc));
-        _insert(pValue_);
-      }
+    case FieldDescriptor::TYPE_SINT32:
+    case FieldDescriptor::TYPE_SINT64:
+      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char* e_, entry* v_) {
+        tarn_message_value_set_entry_set_long(v_, zigzagDecode(_consumeVarint(p_, e_)));
+      });
+      break;
+    case FieldDescriptor::TYPE_FLOAT:
+      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char*, entry* v_) {
+        tarn_message_value_set_entry_set_double(v_, widenFloat(loadFixed32(p_)));
+        p_ += 4;
+      });
+      break;
+    case FieldDescriptor::TYPE_SFIXED32:
+      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char*, entry* v_) {
+        tarn_message_value_set_entry_set_long(v_, static_cast<int32_t>(loadFixed32(p_)));
+        p_ += 4;
+      });
+      break;
+    case FieldDescriptor::TYPE_FIXED32:
+      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char*, entry* v_) {
+        tarn_message_value_set_entry_set_long(v_, loadFixed32(p_));
+        p_ += 4;
+      });
+      break;
+    case FieldDescriptor::TYPE_DOUBLE:
+      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char*, entry* v_) {
+        tarn_message_value_set_entry_set_double(v_, asDouble(loadFixed64(p_)));
+        p_ += 8;
+      });
+      break;
+    case FieldDescriptor::TYPE_FIXED64:
+    case FieldDescriptor::TYPE_SFIXED64:
+      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char*, entry* v_) {
+        tarn_message_value_set_entry_set_long(v_, static_cast<int64_t>(loadFixed64(p_)));
+        p_ += 8;
+      });
       break;
     default:
-      TARN_ASSERT(element == travel_fixed64);
-      for (; pSrc < pBlockEnd; pSrc += 8) {
-        setFixed64(pValue_, type, loadFixed64(pSrc));
-        _insert(pValue_);
-      }
+      // int64, uint64, uint32, bool and enum: all 64 bits as sent.
+      TARN_ASSERT(element == travel_varint);
+      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char* e_, entry* v_) {
+        tarn_message_value_set_entry_set_long(v_, static_cast<int64_t>(_consumeVarint(p_, e_)));
+      });
       break;
   }
   return TARN_SUCCESS;
@@ -390,7 +382,7 @@ void tarn_protobuf_v2_parser::_ascend(uint32_t uplevelPreviousSibling_) {
 
 void tarn_protobuf_v2_parser::omitted_ranges::splitRange(int split_) {
   for (size_type i = 0; i < _size; ++i) {
-    std::pair<int, int>& range = _pArray[i];
+    index_range& range = _pArray[i];
     if (range.first <= split_ && split_ < range.second) {
       if (split_ == range.first) {
         range.first = split_ + 1;
@@ -407,61 +399,45 @@ void tarn_protobuf_v2_parser::omitted_ranges::splitRange(int split_) {
 
 int tarn_protobuf_v2_parser::_insertDefaults(parse_context& context_, const omitted_ranges& ranges_,
                                              int lastFieldSeenIndex_) {
-  const Descriptor* const pDescriptor = context_._pDescriptor;
+  const type_table& table = *context_._pTable;
   for (omitted_ranges::size_type r = 0; r < ranges_.size(); ++r) {
     for (int i = ranges_[r].first; i < ranges_[r].second; ++i) {
-      if (_insertDefault(context_, toHandle(pDescriptor->field(i))) != TARN_SUCCESS) {
-        return TARN_FAILURE;
-      }
+      if (_insertDefault(context_, table.fieldArray[i]) != TARN_SUCCESS) return TARN_FAILURE;
     }
   }
-  const int fieldCount = pDescriptor->field_count();
+  const int fieldCount = table.fieldCount();
   for (int i = lastFieldSeenIndex_ + 1; i < fieldCount; ++i) {
-    if (_insertDefault(context_, toHandle(pDescriptor->field(i))) != TARN_SUCCESS) {
+    if (_insertDefault(context_, table.fieldArray[i]) != TARN_SUCCESS) {
       return TARN_FAILURE;
     }
   }
   return TARN_SUCCESS;
 }
 
-int tarn_protobuf_v2_parser::_insertDefault(parse_context& context_, field_handle omitted_) {
-  const FieldDescriptor* const pField = fromHandle(omitted_);
+int tarn_protobuf_v2_parser::_insertDefault(parse_context& context_, const field_entry& omitted_) {
   // Message and repeated fields never declare a default, and neither do
   // fields that rely on the implicit zero: none of them gets an entry.
-  if (!pField->has_default_value()) return TARN_SUCCESS;
+  if (!omitted_.is(field_has_default)) return TARN_SUCCESS;
   tarn_message_value_set_entry entry;
-  _initializeValueFromDescriptor(&entry, pField, context_);
-  if (_setValueFromDescriptorDefault(&entry, pField) != TARN_SUCCESS) return TARN_FAILURE;
+  _initializeEntry(&entry, omitted_, _hash(omitted_, context_), context_);
+  if (_setDefault(&entry, omitted_) != TARN_SUCCESS) return TARN_FAILURE;
   _insert(&entry);
   return TARN_SUCCESS;
 }
 
-int tarn_protobuf_v2_parser::_setValueFromDescriptorDefault(tarn_message_value_set_entry* pValue_,
-                                                            const FieldDescriptor* pField_) {
-  const FieldDescriptor& f = *pField_;
-  switch (f.cpp_type()) {
-    case FieldDescriptor::CPPTYPE_INT32:
-      return setLong(pValue_, f.default_value_int32());
-    case FieldDescriptor::CPPTYPE_INT64:
-      return setLong(pValue_, f.default_value_int64());
-    case FieldDescriptor::CPPTYPE_UINT32:
-      return setLong(pValue_, f.default_value_uint32());
-    case FieldDescriptor::CPPTYPE_UINT64:
-      return setLong(pValue_, static_cast<int64_t>(f.default_value_uint64()));
-    case FieldDescriptor::CPPTYPE_DOUBLE:
-      return setDouble(pValue_, f.default_value_double());
-    case FieldDescriptor::CPPTYPE_FLOAT:
-      return setDouble(pValue_, f.default_value_float());
-    case FieldDescriptor::CPPTYPE_BOOL:
-      return setLong(pValue_, f.default_value_bool() ? 1 : 0);
-    case FieldDescriptor::CPPTYPE_ENUM:
-      return setLong(pValue_, f.default_value_enum()->number());
-    case FieldDescriptor::CPPTYPE_STRING: {
-      const std::string& text = f.default_value_string();
-      pValue_->string_rep = text.data();
-      pValue_->string_rep_length = static_cast<uint32_t>(text.size());
+int tarn_protobuf_v2_parser::_setDefault(tarn_message_value_set_entry* pValue_,
+                                         const field_entry& field_) {
+  switch (field_.defaultKind) {
+    case default_long:
+      tarn_message_value_set_entry_set_long(pValue_, field_.defaultLong);
       return TARN_SUCCESS;
-    }
+    case default_double:
+      tarn_message_value_set_entry_set_double(pValue_, field_.defaultDouble);
+      return TARN_SUCCESS;
+    case default_string:
+      pValue_->string_rep = field_.defaultString;
+      pValue_->string_rep_length = field_.defaultStringLength;
+      return TARN_SUCCESS;
     default:
       return TARN_FAILURE;
   }

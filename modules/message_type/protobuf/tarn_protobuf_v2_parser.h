@@ -9,12 +9,11 @@
 #ifndef TARN_PROTOBUF_TARN_PROTOBUF_V2_PARSER_H
 #define TARN_PROTOBUF_TARN_PROTOBUF_V2_PARSER_H
 
-#include <google/protobuf/descriptor.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <utility>
 
+#include "field_table.h"
 #include "message_type/tarn_message_type.h"
 #include "util/base/hybrid_worklist.h"
 #include "wire_format.h"
@@ -23,30 +22,88 @@ class tarn_protobuf_v2_parser {
  public:
   static constexpr uint32_t INVALID = 0xFFFFFFFFu;
 
-  typedef size_t field_handle;
-
   // One message level: the body itself or the payload of one nested message.
   struct parse_context {
-    const google::protobuf::Descriptor* _pDescriptor;
+    const type_table* _pTable;
     const char* _pSrc;    // read position, advanced as bytes are consumed
     size_t _srcLength;    // bytes of the level, counted from the starting _pSrc
     uint32_t _baseHash;   // the hash this level's field names continue
     uint32_t _rootIndex;  // entry of the enclosing message field, INVALID at the top
+    // Whether this level lies inside a repeated message field: only there do
+    // (seed, field) pairs come back after other fields, so only there is the
+    // hash cache worth its lookups.
+    bool _repeats;
   };
 
-  // Half-open ranges [first, second) of field indexes not seen so far at one
-  // level, in the order they were appended. A range that empties stays in the
-  // list covering nothing; ranges never overlap.
-  class omitted_ranges : public tarn::hybrid_worklist<std::pair<int, int>, 16> {
+  // Half-open range [first, second) of field indexes; a plain struct, so that
+  // the inline list below is not cleared at every level.
+  struct index_range {
+    int first;
+    int second;
+  };
+  // The ranges of field indexes not seen so far at one level, in the order
+  // they were appended. A range that empties stays in the list covering
+  // nothing; ranges never overlap.
+  class omitted_ranges : public tarn::hybrid_worklist<index_range, 16> {
    public:
-    void addRange(int start_, int end_) { push_back(std::make_pair(start_, end_)); }
+    void addRange(int start_, int end_) {
+      const index_range range = {start_, end_};
+      push_back(range);
+    }
     void splitRange(int split_);
   };
 
-  tarn_protobuf_v2_parser(const google::protobuf::Descriptor* pRootDescriptor_,
-                          tarn_message_xpath_value_set valueSet_,
+  // Path hashes already computed in this parse, one per field: the seed it
+  // continued and the hash. The host's hash functions are pure, so a field
+  // met again under the same seed (a member of a repeated nested message)
+  // reuses its hash: the host sees the same entries and only fewer hash
+  // calls. A field's slot in the context's tables is its place, so there is
+  // nothing to compare but the seed; fields beyond the first slot_count of a
+  // context are hashed every time. A place counts once its bit is set, so a
+  // parse clears 32 bytes, not the places.
+  class path_hash_cache {
+   public:
+    path_hash_cache() : _lookups(0), _misses(0), _on(true), _valid() {}
+
+    // Whether looking up still pays: a miss costs more than hashing straight
+    // away, so a body whose pairs mostly do not come back (a deep chain
+    // whose levels all differ) stops using the cache.
+    bool on() const { return _on; }
+
+    TARN_ALWAYS_INLINE uint32_t hash(const field_entry& field_, uint32_t seed_) {
+      ++_lookups;
+      const uint32_t i = field_.slot;
+      if (i < slot_count && (_valid[i >> 6] >> (i & 63) & 1) != 0 &&
+          static_cast<uint32_t>(_memo[i] >> 32) == seed_)
+        return static_cast<uint32_t>(_memo[i]);
+      return _miss(field_, seed_);
+    }
+
+   private:
+    static const uint32_t slot_count = 256;
+
+    TARN_NOINLINE uint32_t _miss(const field_entry& field_, uint32_t seed_) {
+      // Off once the misses outnumber the hits by more than 16.
+      if (++_misses * 2 > _lookups + 16) _on = false;
+      const uint32_t hash = tarn_message_xpath_hash_string(field_.name, field_.nameLength, seed_);
+      const uint32_t i = field_.slot;
+      if (i < slot_count) {
+        _memo[i] = static_cast<uint64_t>(seed_) << 32 | hash;
+        _valid[i >> 6] |= uint64_t{1} << (i & 63);
+      }
+      return hash;
+    }
+
+    uint32_t _lookups;
+    uint32_t _misses;
+    bool _on;
+    uint64_t _valid[slot_count / 64];
+    uint64_t _memo[slot_count];  // seed above hash
+  };
+
+  tarn_protobuf_v2_parser(const type_table* pRootTable_, tarn_message_xpath_value_set valueSet_,
                           tarn_message_xpath_find_set findSet_)
-      : _pRootDescriptor(pRootDescriptor_),
+      : _pRootTable(pRootTable_),
         _valueSet(valueSet_),
         _findSet(findSet_),
         _previousSibling(INVALID),
@@ -55,53 +112,43 @@ class tarn_protobuf_v2_parser {
   [[nodiscard]] int parse(const char* pSource_, size_t sourceLength_);
 
  private:
-  // A field descriptor's address carried as an integer.
-  static field_handle toHandle(const google::protobuf::FieldDescriptor* pField_) {
-    return reinterpret_cast<field_handle>(pField_);
-  }
-  static const google::protobuf::FieldDescriptor* fromHandle(field_handle handle_) {
-    return reinterpret_cast<const google::protobuf::FieldDescriptor*>(handle_);
-  }
-
   static uint64_t _consumeVarint(const char*& pSrc_, const char* pEnd_);
   static TARN_NOINLINE uint64_t _consumeVarintSlow(const char*& pSrc_, const char* pEnd_);
-  static const google::protobuf::FieldDescriptor* _findField(
-      const google::protobuf::Descriptor* pDescriptor_, int fieldCount_, int number_,
-      int indexHint_, int& index_);
-  static const google::protobuf::FieldDescriptor* _findFieldSlow(
-      const google::protobuf::Descriptor* pDescriptor_, int number_, int& index_);
 
   [[nodiscard]] int _parseMessage(parse_context& context_);
-  void _initializeValueFromDescriptor(tarn_message_value_set_entry* pValue_,
-                                      const google::protobuf::FieldDescriptor* pField_,
-                                      parse_context& parseContext_);
+  void _initializeEntry(tarn_message_value_set_entry* pValue_, const field_entry& field_,
+                        uint32_t hash_, parse_context& parseContext_);
+  // The path hash of field_ at the level, through the cache where pairs repeat.
+  uint32_t _hash(const field_entry& field_, const parse_context& context_);
   uint32_t _insert(tarn_message_value_set_entry* pValue_);
   uint32_t _descend();
   void _ascend(uint32_t uplevelPreviousSibling_);
 
-  [[nodiscard]] int _consumeValue(tarn_message_value_set_entry* pValue_,
-                                  const google::protobuf::FieldDescriptor* pFieldDescriptor_,
+  [[nodiscard]] int _consumeValue(tarn_message_value_set_entry* pValue_, const field_entry& field_,
                                   wire_type wiretype_, parse_context& context_,
                                   const char* pValueStart_, const char* pEnd_);
   [[nodiscard]] int _consumeMessage(tarn_message_value_set_entry* pValue_,
-                                    const google::protobuf::FieldDescriptor* pFieldDescriptor_,
-                                    parse_context& context_, const char* pValueStart_,
-                                    size_t length_);
-  [[nodiscard]] int _consumePacked(const google::protobuf::FieldDescriptor* pFieldDescriptor_,
-                                   tarn_message_value_set_entry* pValue_, parse_context& context_,
-                                   const char* pValueStart_, const char* pEnd_);
+                                    const field_entry& field_, parse_context& context_,
+                                    const char* pValueStart_, size_t length_);
+  template <typename Store>
+  void _storeElements(tarn_message_value_set_entry* pValue_, const char*& pSrc_,
+                      const char* pBlockEnd_, Store store_);
+  [[nodiscard]] int _consumePacked(const field_entry& field_, tarn_message_value_set_entry* pValue_,
+                                   parse_context& context_, const char* pValueStart_,
+                                   const char* pEnd_);
 
   [[nodiscard]] int _insertDefaults(parse_context& context_, const omitted_ranges& ranges_,
                                     int lastFieldSeenIndex_);
-  [[nodiscard]] int _insertDefault(parse_context& context_, field_handle omitted_);
-  [[nodiscard]] static int _setValueFromDescriptorDefault(
-      tarn_message_value_set_entry* pValue_, const google::protobuf::FieldDescriptor* pField_);
+  [[nodiscard]] int _insertDefault(parse_context& context_, const field_entry& omitted_);
+  [[nodiscard]] static int _setDefault(tarn_message_value_set_entry* pValue_,
+                                       const field_entry& field_);
 
-  const google::protobuf::Descriptor* _pRootDescriptor;
+  const type_table* _pRootTable;
   tarn_message_xpath_value_set _valueSet;
   tarn_message_xpath_find_set _findSet;
   uint32_t _previousSibling;  // newest entry stored at the level being walked
   uint32_t _depth;            // nested levels entered below the body
+  path_hash_cache _hashes;
 };
 
 #endif

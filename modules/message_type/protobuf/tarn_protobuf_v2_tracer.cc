@@ -6,7 +6,6 @@
 #include "util/base/cstring.h"
 #include "wire_format.h"
 
-using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
 
 namespace {
@@ -39,16 +38,17 @@ double widenFloat(uint32_t bits_) {
 
 void tarn_protobuf_v2_tracer::trace(const tarn_trace_buffer* pMessage_) {
   _os << "protobuf(";
-  _trace(pMessage_, _root);
+  _trace(pMessage_, *_root);
   _os << ')';
 }
 
-void tarn_protobuf_v2_tracer::_trace(const tarn_trace_buffer* pMessage_,
-                                     const Descriptor* pDescriptor_, unsigned depth_) {
+void tarn_protobuf_v2_tracer::_trace(const tarn_trace_buffer* pMessage_, const type_table& table_,
+                                     unsigned depth_) {
   const char* p = pMessage_->data;
   const char* const pe = pMessage_->length ? p + pMessage_->length : p;
   _os << '{';
   bool first = true;
+  int hint = 0;
   while (p < pe) {
     uint64_t tag;
     if (!readVarint(p, pe, tag)) break;
@@ -56,10 +56,11 @@ void tarn_protobuf_v2_tracer::_trace(const tarn_trace_buffer* pMessage_,
     // narrowing alias a real one.
     const uint64_t number = tag >> wiretype_bits;
     if (number > INT_MAX) break;
-    const FieldDescriptor* pField = pDescriptor_->FindFieldByNumber(static_cast<int>(number));
+    const field_entry* pField = table_.find(static_cast<int>(number), hint);
     // An unknown field's extent cannot be trusted, so the rest of the level is skipped.
     if (pField == nullptr) break;
-    if (!_traceField(pField, static_cast<uint32_t>(tag & wiretype_mask), p, pe, first, depth_))
+    hint = pField->index + 1;
+    if (!_traceField(*pField, static_cast<uint32_t>(tag & wiretype_mask), p, pe, first, depth_))
       break;
     first = false;
   }
@@ -71,8 +72,17 @@ trace_output_stream& tarn_protobuf_v2_tracer::_separator(bool first_) {
   return _os;
 }
 
-void tarn_protobuf_v2_tracer::_key(const FieldDescriptor* pField_, bool first_) {
-  _separator(first_) << '"' << pField_->name() << '"' << ':';
+// One write of the whole key where it fits; where it does not, the pieces
+// that fit are written before the stream gives up, as for any other text.
+TARN_ALWAYS_INLINE void tarn_protobuf_v2_tracer::_key(const field_entry& field_, bool first_) {
+  const unsigned skip = first_ ? 1 : 0;
+  if (__builtin_expect(_os.tryWrite(field_.traceKey + skip, field_.traceKeyLength - skip), 1))
+    return;
+  _keyInPieces(field_, first_);
+}
+
+void tarn_protobuf_v2_tracer::_keyInPieces(const field_entry& field_, bool first_) {
+  _separator(first_) << '"' << tarn::cstring{field_.name, field_.nameLength} << '"' << ':';
 }
 
 TARN_ALWAYS_INLINE void tarn_protobuf_v2_tracer::_scalar(field_travel travel_, Type type_,
@@ -107,7 +117,7 @@ TARN_ALWAYS_INLINE void tarn_protobuf_v2_tracer::_scalar(field_travel travel_, T
 
 // Each value is read before its key is written, so that a value cut off by the
 // end of the level leaves no dangling key behind.
-bool tarn_protobuf_v2_tracer::_traceField(const FieldDescriptor* pField_, uint32_t wireType_,
+bool tarn_protobuf_v2_tracer::_traceField(const field_entry& field_, uint32_t wireType_,
                                           const char*& pSrc_, const char* pEnd_, bool first_,
                                           unsigned depth_) {
   switch (wireType_) {
@@ -121,8 +131,8 @@ bool tarn_protobuf_v2_tracer::_traceField(const FieldDescriptor* pField_, uint32
                                                          : travel_fixed32;
       uint64_t bits;
       if (!readScalar(travel, pSrc_, pEnd_, bits)) return false;
-      _key(pField_, first_);
-      _scalar(travel, pField_->type(), bits, false);
+      _key(field_, first_);
+      _scalar(travel, static_cast<Type>(field_.type), bits, false);
       return true;
     }
     case LENGTH_DELIMITED: {
@@ -130,17 +140,17 @@ bool tarn_protobuf_v2_tracer::_traceField(const FieldDescriptor* pField_, uint32
       if (!readVarint(pSrc_, pEnd_, declared)) return false;
       const auto left = static_cast<size_t>(pEnd_ - pSrc_);
       const size_t length = declared < left ? static_cast<size_t>(declared) : left;
-      if (pField_->is_packed()) {
-        _key(pField_, first_);
-        _tracePacked(pField_->type(), pSrc_, length);
-      } else if (pField_->type() == FieldDescriptor::TYPE_MESSAGE) {
+      if (field_.is(field_packed)) {
+        _key(field_, first_);
+        _tracePacked(static_cast<Type>(field_.type), pSrc_, length);
+      } else if (field_.is(field_message)) {
         if (!mayNest(depth_)) return false;
-        _key(pField_, first_);
+        _key(field_, first_);
         const tarn_trace_buffer nested = {pSrc_, length};
-        _trace(&nested, pField_->message_type(), depth_ + 1);
+        _trace(&nested, *field_.nested, depth_ + 1);
       } else {
-        _key(pField_, first_);
-        _os << '"' << tarn::cstring{pSrc_, length} << '"';
+        _key(field_, first_);
+        if (!_os.tryWriteQuoted(pSrc_, length)) _os << '"' << tarn::cstring{pSrc_, length} << '"';
       }
       pSrc_ += length;
       return true;
@@ -148,7 +158,7 @@ bool tarn_protobuf_v2_tracer::_traceField(const FieldDescriptor* pField_, uint32
     default:
       // Group start and end and the unassigned wire types carry nothing we
       // can render: the key stands alone and reading goes on after the tag.
-      _key(pField_, first_);
+      _key(field_, first_);
       return true;
   }
 }

@@ -13,11 +13,10 @@
 #ifndef TARN_PROTOBUF_TARN_PROTOBUF_V2_TRACER_H
 #define TARN_PROTOBUF_TARN_PROTOBUF_V2_TRACER_H
 
-#include <google/protobuf/descriptor.h>
-
 #include <cstddef>
 #include <cstdint>
 
+#include "field_table.h"
 #include "tarn_common.h"
 #include "trace_output_stream.h"
 #include "wire_format.h"
@@ -26,8 +25,7 @@ class tarn_protobuf_v2_tracer {
  public:
   typedef google::protobuf::FieldDescriptor::Type Type;
 
-  tarn_protobuf_v2_tracer(const google::protobuf::Descriptor* root_,
-                          tarn_trace_output_buffer* pOutput_)
+  tarn_protobuf_v2_tracer(const type_table* root_, tarn_trace_output_buffer* pOutput_)
       : _os(pOutput_), _root(root_) {}
 
   // Writes the whole trace of pMessage_. Throws
@@ -36,25 +34,26 @@ class tarn_protobuf_v2_tracer {
 
   // One message level, braces included; depth_ is its nesting level, the
   // body's being 0.
-  void _trace(const tarn_trace_buffer* pMessage_, const google::protobuf::Descriptor* pDescriptor_,
-              unsigned depth_ = 0);
+  void _trace(const tarn_trace_buffer* pMessage_, const type_table& table_, unsigned depth_ = 0);
 
   // One packed payload of length_ bytes, brackets included.
   void _tracePacked(Type type_, const char* pSrc_, size_t length_);
 
  private:
   // Renders one field whose tag has been read; false ends the level.
-  bool _traceField(const google::protobuf::FieldDescriptor* pField_, uint32_t wireType_,
-                   const char*& pSrc_, const char* pEnd_, bool first_, unsigned depth_);
+  bool _traceField(const field_entry& field_, uint32_t wireType_, const char*& pSrc_,
+                   const char* pEnd_, bool first_, unsigned depth_);
   // A scalar's raw bits as the trace shows them: a varint unsigned (zigzag
   // only where travel_ says so), a float or a double with a fraction, other
   // fixed-width integers signed, except unsigned types inside packed_ lists.
   void _scalar(field_travel travel_, Type type_, uint64_t bits_, bool packed_);
   trace_output_stream& _separator(bool first_);
-  void _key(const google::protobuf::FieldDescriptor* pField_, bool first_);
+  void _key(const field_entry& field_, bool first_);
+  // The key written piece by piece: what fits of it when the whole does not.
+  TARN_NOINLINE void _keyInPieces(const field_entry& field_, bool first_);
 
   trace_output_stream _os;
-  const google::protobuf::Descriptor* _root;
+  const type_table* _root;
 };
 
 #endif

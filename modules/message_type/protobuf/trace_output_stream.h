@@ -44,6 +44,30 @@ class trace_output_stream {
     return *this;
   }
 
+  // Writes n_ bytes when they all fit and says whether they did; writes
+  // nothing otherwise (the caller then writes piece by piece, so that what
+  // fits of a longer text is there when the stream throws).
+  bool tryWrite(const char* p_, size_t n_) {
+    if (_pOutput->length > _pOutput->capacity || n_ > _pOutput->capacity - _pOutput->length)
+      return false;
+    _copy(_pOutput->output + _pOutput->length, p_, n_);
+    _pOutput->length += n_;
+    return true;
+  }
+
+  // Writes n_ bytes between double quotes when all of it fits and says
+  // whether it did, like tryWrite.
+  bool tryWriteQuoted(const char* p_, size_t n_) {
+    if (_pOutput->length > _pOutput->capacity || n_ + 2 > _pOutput->capacity - _pOutput->length)
+      return false;
+    char* const pOut = _pOutput->output + _pOutput->length;
+    pOut[0] = '"';
+    if (n_ != 0) std::memcpy(pOut + 1, p_, n_);
+    pOut[n_ + 1] = '"';
+    _pOutput->length += n_ + 2;
+    return true;
+  }
+
   // Numbers demand convert_buffer_size free bytes whatever their text, so the
   // room check never depends on formatting. Doubles read as "%g" would print
   // them in the C locale; integers in plain decimal.
@@ -66,6 +90,26 @@ class trace_output_stream {
       _overflow();
   }
   [[noreturn]] static void _overflow();
+
+  // Exactly n_ bytes. Keys are short: up to 16 bytes go as two overlapping
+  // loads and stores of the widest size that fits, without a library call.
+  static void _copy(char* pDst_, const char* pSrc_, size_t n_) {
+    if (n_ >= 8 && n_ <= 16) {
+      uint64_t head, tail;
+      std::memcpy(&head, pSrc_, 8);
+      std::memcpy(&tail, pSrc_ + n_ - 8, 8);
+      std::memcpy(pDst_, &head, 8);
+      std::memcpy(pDst_ + n_ - 8, &tail, 8);
+    } else if (n_ >= 4 && n_ < 8) {
+      uint32_t head, tail;
+      std::memcpy(&head, pSrc_, 4);
+      std::memcpy(&tail, pSrc_ + n_ - 4, 4);
+      std::memcpy(pDst_, &head, 4);
+      std::memcpy(pDst_ + n_ - 4, &tail, 4);
+    } else if (n_ != 0) {
+      std::memcpy(pDst_, pSrc_, n_);
+    }
+  }
 
   void _write(const char* p_, size_t n_) {
     _ensure(n_);

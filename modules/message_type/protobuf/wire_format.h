@@ -73,16 +73,24 @@ inline bool readVarintChecked(const char*& pSrc_, const char* pEnd_, uint64_t& v
 
 // Varints of any length, most usefully two bytes or more. With ten bytes
 // left a varint of up to ten bytes cannot be cut off, so its bytes are taken
-// without a bound check each; byte 9 holds bit 63 only and the shift drops its
-// higher bits, exactly as the checked loop does. Plain inline, so that a
-// caller's own out-of-line slow path can hold it without a second call.
+// without a bound check each. Each byte is added whole at its place and the
+// continuation bit the byte before it carried (one unit at this place) is
+// taken off again, which leaves exactly the sum of the low seven bits of
+// every byte, modulo 2^64: byte 9 adds bit 63 only, as the checked loop does.
+// Plain inline, so that a caller's own out-of-line slow path can hold it
+// without a second call.
 inline bool readVarintLong(const char*& pSrc_, const char* pEnd_, uint64_t& value_) {
   if (pEnd_ - pSrc_ >= static_cast<ptrdiff_t>(max_varint_bytes)) {
     const unsigned char* p = reinterpret_cast<const unsigned char*>(pSrc_);
-    uint64_t value = 0;
-    for (unsigned i = 0; i < max_varint_bytes; ++i) {
+    uint64_t value = p[0];
+    if (value < 0x80) {
+      pSrc_ += 1;
+      value_ = value;
+      return true;
+    }
+    for (unsigned i = 1; i < max_varint_bytes; ++i) {
       const uint64_t byte = p[i];
-      value |= (byte & 0x7F) << (varint_component_bits * i);
+      value += (byte - 1) << (varint_component_bits * i);
       if (byte < 0x80) {
         pSrc_ += i + 1;
         value_ = value;

@@ -1,0 +1,151 @@
+#include "field_table.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+using google::protobuf::Descriptor;
+using google::protobuf::FieldDescriptor;
+
+namespace {
+
+// A dense number lookup costs four bytes per number up to the largest one; it
+// is used while that stays within a few times the field count.
+bool denseFits(int maxNumber_, int fieldCount_) { return maxNumber_ <= 4 * fieldCount_ + 64; }
+
+void setDefault(field_entry& entry_, const FieldDescriptor& f_) {
+  if (!f_.has_default_value()) return;
+  entry_.flags |= field_has_default;
+  switch (f_.cpp_type()) {
+    case FieldDescriptor::CPPTYPE_INT32:
+      entry_.defaultKind = default_long;
+      entry_.defaultLong = f_.default_value_int32();
+      break;
+    case FieldDescriptor::CPPTYPE_INT64:
+      entry_.defaultKind = default_long;
+      entry_.defaultLong = f_.default_value_int64();
+      break;
+    case FieldDescriptor::CPPTYPE_UINT32:
+      entry_.defaultKind = default_long;
+      entry_.defaultLong = f_.default_value_uint32();
+      break;
+    case FieldDescriptor::CPPTYPE_UINT64:
+      entry_.defaultKind = default_long;
+      entry_.defaultLong = static_cast<int64_t>(f_.default_value_uint64());
+      break;
+    case FieldDescriptor::CPPTYPE_DOUBLE:
+      entry_.defaultKind = default_double;
+      entry_.defaultDouble = f_.default_value_double();
+      break;
+    case FieldDescriptor::CPPTYPE_FLOAT:
+      entry_.defaultKind = default_double;
+      entry_.defaultDouble = f_.default_value_float();
+      break;
+    case FieldDescriptor::CPPTYPE_BOOL:
+      entry_.defaultKind = default_long;
+      entry_.defaultLong = f_.default_value_bool() ? 1 : 0;
+      break;
+    case FieldDescriptor::CPPTYPE_ENUM:
+      entry_.defaultKind = default_long;
+      entry_.defaultLong = f_.default_value_enum()->number();
+      break;
+    case FieldDescriptor::CPPTYPE_STRING: {
+      const std::string& text = f_.default_value_string();
+      entry_.defaultKind = default_string;
+      entry_.defaultString = text.data();
+      entry_.defaultStringLength = static_cast<uint32_t>(text.size());
+      break;
+    }
+    default:
+      // A message has no default; were one claimed, storing it fails the
+      // parse, as a default of no known kind always has.
+      break;
+  }
+}
+
+}  // namespace
+
+const field_entry* type_table::findSorted(int number_) const {
+  const auto it = std::lower_bound(
+      sorted.begin(), sorted.end(), number_,
+      [](const std::pair<int32_t, uint32_t>& e_, int n_) { return e_.first < n_; });
+  return it != sorted.end() && it->first == number_ ? &fieldArray[it->second] : nullptr;
+}
+
+field_tables::field_tables(const Descriptor* root_) {
+  // Types are numbered as they are first reached, the root first; a type is
+  // built after it is numbered, so recursive types point at their own table.
+  std::unordered_map<const Descriptor*, type_table*> known;
+  std::vector<const Descriptor*> pending;
+  auto tableOf = [&](const Descriptor* d_) {
+    auto found = known.find(d_);
+    if (found != known.end()) return found->second;
+    _tables.emplace_back(new type_table());
+    type_table* const t = _tables.back().get();
+    t->descriptor = d_;
+    known.emplace(d_, t);
+    pending.push_back(d_);
+    return t;
+  };
+  tableOf(root_);
+  uint32_t slot = 0;
+  for (size_t next = 0; next < pending.size(); ++next) {
+    const Descriptor* const d = pending[next];
+    type_table* const t = known[d];
+    const int count = d->field_count();
+    t->fields.resize(static_cast<size_t>(count));
+    t->anyDefault = false;
+    int maxNumber = 0;
+    for (int i = 0; i < count; ++i) {
+      const FieldDescriptor& f = *d->field(i);
+      field_entry& e = t->fields[static_cast<size_t>(i)];
+      e = field_entry();
+      e.name = f.name().data();
+      e.nameLength = static_cast<uint32_t>(f.name().size());
+      e.number = f.number();
+      e.index = i;
+      e.slot = slot++;
+      e.type = static_cast<uint8_t>(f.type());
+      e.travel = travelOf(f.type());
+      if (f.label() == FieldDescriptor::LABEL_REQUIRED) e.flags |= field_required;
+      if (f.is_packed()) e.flags |= field_packed;
+      if (f.is_repeated()) e.flags |= field_repeated;
+      if (f.type() == FieldDescriptor::TYPE_MESSAGE) {
+        e.flags |= field_message;
+        e.nested = tableOf(f.message_type());
+      }
+      e.entry.parent = e.entry.first_child = e.entry.next_sibling = 0xFFFFFFFFu;
+      e.entry.tag_bytes = e.name;
+      e.entry.tag_length = e.nameLength;
+      if (e.is(field_required)) e.entry.value_flags = tarn_message_value_set_entry_flag_required;
+      setDefault(e, f);
+      if (e.is(field_has_default)) t->anyDefault = true;
+      maxNumber = std::max(maxNumber, e.number);
+    }
+    // The keys are written once the table's text is complete, so that no
+    // pointer into it moves afterwards.
+    std::vector<size_t> keyAt(static_cast<size_t>(count));
+    for (int i = 0; i < count; ++i) {
+      const field_entry& e = t->fields[static_cast<size_t>(i)];
+      keyAt[static_cast<size_t>(i)] = t->traceKeys.size();
+      t->traceKeys.append(",\"").append(e.name, e.nameLength).append("\":");
+    }
+    for (int i = 0; i < count; ++i) {
+      field_entry& e = t->fields[static_cast<size_t>(i)];
+      e.traceKey = t->traceKeys.data() + keyAt[static_cast<size_t>(i)];
+      e.traceKeyLength = e.nameLength + 4;
+    }
+    if (denseFits(maxNumber, count)) {
+      t->byNumber.assign(static_cast<size_t>(maxNumber) + 1, 0);
+      for (int i = 0; i < count; ++i)
+        t->byNumber[static_cast<size_t>(t->fields[i].number)] = static_cast<uint32_t>(i) + 1;
+    } else {
+      for (int i = 0; i < count; ++i)
+        t->sorted.emplace_back(t->fields[i].number, static_cast<uint32_t>(i));
+      std::sort(t->sorted.begin(), t->sorted.end());
+    }
+    t->fieldArray = t->fields.data();
+    t->count = static_cast<uint32_t>(count);
+    t->byNumberArray = t->byNumber.data();
+    t->byNumberCount = static_cast<uint32_t>(t->byNumber.size());
+  }
+}
