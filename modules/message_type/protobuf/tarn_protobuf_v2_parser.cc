@@ -32,44 +32,6 @@ inline double widenFloat(uint32_t bits_) {
   return value;
 }
 
-// The value a varint carries for a field type, or false for a type that
-// cannot arrive as a varint.
-inline bool varintAs(FieldDescriptor::Type type_, uint64_t v_, int64_t& out_) {
-  switch (travelOf(type_)) {
-    case travel_varint:
-      // All 64 bits as sent (a bool keeps its number, a uint32 is not cut),
-      // except that an int32 is its low 32 bits, sign-extended.
-      out_ = type_ == FieldDescriptor::TYPE_INT32 ? static_cast<int32_t>(static_cast<uint32_t>(v_))
-                                                  : static_cast<int64_t>(v_);
-      return true;
-    case travel_zigzag:
-      out_ = zigzagDecode(v_);
-      return true;
-    default:
-      return false;
-  }
-}
-
-inline void setFixed64(tarn_message_value_set_entry* pValue_, FieldDescriptor::Type type_,
-                       uint64_t bits_) {
-  if (type_ == FieldDescriptor::TYPE_DOUBLE) {
-    tarn_message_value_set_entry_set_double(pValue_, asDouble(bits_));
-  } else {
-    tarn_message_value_set_entry_set_long(pValue_, static_cast<int64_t>(bits_));
-  }
-}
-
-inline void setFixed32(tarn_message_value_set_entry* pValue_, FieldDescriptor::Type type_,
-                       uint32_t bits_) {
-  if (type_ == FieldDescriptor::TYPE_FLOAT) {
-    tarn_message_value_set_entry_set_double(pValue_, widenFloat(bits_));
-  } else if (type_ == FieldDescriptor::TYPE_SFIXED32) {
-    tarn_message_value_set_entry_set_long(pValue_, static_cast<int32_t>(bits_));
-  } else {
-    tarn_message_value_set_entry_set_long(pValue_, bits_);
-  }
-}
-
 }  // namespace
 
 // A varint cut off by pEnd_ reads as 0 and leaves pSrc_ at pEnd_: the walk
@@ -128,51 +90,70 @@ tarn_protobuf_v2_parser::_insert(tarn_message_value_set_entry* pValue_) {
 }
 
 TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
-    tarn_message_value_set_entry* pValue_, const field_entry& field_, wire_type wiretype_,
+    tarn_message_value_set_entry* pValue_, const field_entry& field_, unsigned decoder_,
     parse_context& context_, const char* pValueStart_, const char* pEnd_) {
-  const FieldDescriptor::Type type = static_cast<FieldDescriptor::Type>(field_.type);
-  switch (wiretype_) {
-    case VARINT: {
-      int64_t value;
-      if (!varintAs(type, _consumeVarint(context_._pSrc, pEnd_), value)) return TARN_FAILURE;
-      tarn_message_value_set_entry_set_long(pValue_, value);
+  const char*& pSrc = context_._pSrc;
+  switch (decoder_) {
+    case decode_varint:
+      tarn_message_value_set_entry_set_long(pValue_,
+                                            static_cast<int64_t>(_consumeVarint(pSrc, pEnd_)));
       break;
-    }
-    case FIXED64:
-      // A value cut off by the end of the level is malformed, as a length
-      // prefix running past it is; nothing beyond the level is read.
-      if (pEnd_ - context_._pSrc < 8) return TARN_FAILURE;
-      setFixed64(pValue_, type, loadFixed64(context_._pSrc));
-      context_._pSrc += 8;
+    case decode_varint_int32:
+      tarn_message_value_set_entry_set_long(
+          pValue_, static_cast<int32_t>(static_cast<uint32_t>(_consumeVarint(pSrc, pEnd_))));
       break;
-    case FIXED32:
-      if (pEnd_ - context_._pSrc < 4) return TARN_FAILURE;
-      setFixed32(pValue_, type, loadFixed32(context_._pSrc));
-      context_._pSrc += 4;
+    case decode_zigzag:
+      tarn_message_value_set_entry_set_long(pValue_, zigzagDecode(_consumeVarint(pSrc, pEnd_)));
       break;
-    case LENGTH_DELIMITED: {
-      if (field_.is(field_packed)) {
-        return _consumePacked(field_, pValue_, context_, pValueStart_, pEnd_);
-      }
-      const uint64_t length = _consumeVarint(context_._pSrc, pEnd_);
+    // A value cut off by the end of the level is malformed, as a length
+    // prefix running past it is; nothing beyond the level is read.
+    case decode_fixed64_double:
+      if (pEnd_ - pSrc < 8) return TARN_FAILURE;
+      tarn_message_value_set_entry_set_double(pValue_, asDouble(loadFixed64(pSrc)));
+      pSrc += 8;
+      break;
+    case decode_fixed64_long:
+      if (pEnd_ - pSrc < 8) return TARN_FAILURE;
+      tarn_message_value_set_entry_set_long(pValue_, static_cast<int64_t>(loadFixed64(pSrc)));
+      pSrc += 8;
+      break;
+    case decode_fixed32_float:
+      if (pEnd_ - pSrc < 4) return TARN_FAILURE;
+      tarn_message_value_set_entry_set_double(pValue_, widenFloat(loadFixed32(pSrc)));
+      pSrc += 4;
+      break;
+    case decode_fixed32_signed:
+      if (pEnd_ - pSrc < 4) return TARN_FAILURE;
+      tarn_message_value_set_entry_set_long(pValue_, static_cast<int32_t>(loadFixed32(pSrc)));
+      pSrc += 4;
+      break;
+    case decode_fixed32_unsigned:
+      if (pEnd_ - pSrc < 4) return TARN_FAILURE;
+      tarn_message_value_set_entry_set_long(pValue_, loadFixed32(pSrc));
+      pSrc += 4;
+      break;
+    case decode_packed:
+      return _consumePacked(field_, pValue_, context_, pValueStart_, pEnd_);
+    case decode_message:
+    case decode_block: {
+      const uint64_t length = _consumeVarint(pSrc, pEnd_);
       // Compared with what is left, so no length can wrap the position.
-      if (length > static_cast<uint64_t>(pEnd_ - context_._pSrc)) return TARN_FAILURE;
-      if (field_.is(field_message)) {
+      if (length > static_cast<uint64_t>(pEnd_ - pSrc)) return TARN_FAILURE;
+      if (decoder_ == decode_message) {
         return _consumeMessage(pValue_, field_, context_, pValueStart_,
                                static_cast<size_t>(length));
       }
-      // Strings, bytes, groups and unpacked scalars sent as a block: the
-      // payload byte for byte, unchecked.
-      pValue_->string_rep = context_._pSrc;
+      // The payload byte for byte, unchecked.
+      pValue_->string_rep = pSrc;
       pValue_->string_rep_length = static_cast<uint32_t>(length);
-      context_._pSrc += length;
+      pSrc += length;
       break;
     }
     default:
       return TARN_FAILURE;
   }
   pValue_->raw_bytes = pValueStart_;
-  pValue_->raw_bytes_length = static_cast<uint32_t>(context_._pSrc - pValueStart_);
+  pValue_->raw_bytes_length = static_cast<uint32_t>(pSrc - pValueStart_);
   _insert(pValue_);
   return TARN_SUCCESS;
 }
@@ -201,16 +182,31 @@ int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
 
   while (context_._pSrc < pEnd) {
     const char* const pValueStart = context_._pSrc;
-    const uint64_t typeAndTag = _consumeVarint(context_._pSrc, pEnd);
-    const wire_type wiretype = static_cast<wire_type>(typeAndTag & wiretype_mask);
-    // The lookup takes an int: the low 32 bits of the number, as a signed
-    // value, a conversion defined for every tag. Negative numbers and numbers
-    // above the largest legal field number match no field and fail like field
-    // 0 from a cut-off tag.
-    const int number = static_cast<int32_t>(static_cast<uint32_t>(typeAndTag >> wiretype_bits));
-    if (pField == nullptr || pField->number != number) {
-      pField = table.find(number, thisIndex + 1);
-      if (pField == nullptr) return TARN_FAILURE;
+    // A one-byte tag of a field numbered below 16 names its field through
+    // the tag table; any other tag is split and looked up.
+    const unsigned first = static_cast<unsigned char>(*pValueStart);
+    const field_entry* pThis;
+    unsigned decoder;
+    if (first < 0x80 && (pThis = table.byTag[first]) != nullptr) {
+      ++context_._pSrc;
+      decoder = pThis->decode[first & wiretype_mask];
+    } else {
+      const uint64_t typeAndTag = _consumeVarint(context_._pSrc, pEnd);
+      // The lookup takes an int: the low 32 bits of the number, as a signed
+      // value, a conversion defined for every tag. Negative numbers and
+      // numbers above the largest legal field number match no field and fail
+      // like field 0 from a cut-off tag.
+      const int number = static_cast<int32_t>(static_cast<uint32_t>(typeAndTag >> wiretype_bits));
+      if (pField != nullptr && pField->number == number) {
+        pThis = pField;
+      } else {
+        pThis = table.find(number, thisIndex + 1);
+        if (pThis == nullptr) return TARN_FAILURE;
+      }
+      decoder = pThis->decode[typeAndTag & wiretype_mask];
+    }
+    if (pThis != pField) {
+      pField = pThis;
       thisIndex = pField->index;
       hash = _hash(*pField, context_);
     }
@@ -228,7 +224,7 @@ int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
 
     tarn_message_value_set_entry entry;
     _initializeEntry(&entry, *pField, hash, context_);
-    if (_consumeValue(&entry, *pField, wiretype, context_, pValueStart, pEnd) != TARN_SUCCESS) {
+    if (_consumeValue(&entry, *pField, decoder, context_, pValueStart, pEnd) != TARN_SUCCESS) {
       return TARN_FAILURE;
     }
   }

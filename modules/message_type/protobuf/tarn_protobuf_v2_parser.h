@@ -125,7 +125,7 @@ class tarn_protobuf_v2_parser {
   void _ascend(uint32_t uplevelPreviousSibling_);
 
   [[nodiscard]] int _consumeValue(tarn_message_value_set_entry* pValue_, const field_entry& field_,
-                                  wire_type wiretype_, parse_context& context_,
+                                  unsigned decoder_, parse_context& context_,
                                   const char* pValueStart_, const char* pEnd_);
   [[nodiscard]] int _consumeMessage(tarn_message_value_set_entry* pValue_,
                                     const field_entry& field_, parse_context& context_,
