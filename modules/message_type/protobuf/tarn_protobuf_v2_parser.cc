@@ -169,11 +169,44 @@ int tarn_protobuf_v2_parser::parse(const char* pSource_, size_t sourceLength_) {
   return _parseMessage(context);
 }
 
+// Which fields a level left absent, kept only for a type that declares
+// defaults: a level of a type without any pays nothing for it, not even the
+// set-up of the range list.
+class tarn_protobuf_v2_parser::absent_fields {
+ public:
+  absent_fields() : _lastFieldSeenIndex(-1) {}
+  TARN_ALWAYS_INLINE void seen(int index_) {
+    if (index_ > _lastFieldSeenIndex) {
+      if (index_ > _lastFieldSeenIndex + 1) _ranges.addRange(_lastFieldSeenIndex + 1, index_);
+      _lastFieldSeenIndex = index_;
+    } else {
+      _ranges.splitRange(index_);
+    }
+  }
+  int finish(tarn_protobuf_v2_parser& parser_, parse_context& context_) const {
+    return parser_._insertDefaults(context_, _ranges, _lastFieldSeenIndex);
+  }
+
+ private:
+  omitted_ranges _ranges;
+  int _lastFieldSeenIndex;
+};
+
+struct tarn_protobuf_v2_parser::no_defaults {
+  void seen(int) {}
+  int finish(tarn_protobuf_v2_parser&, parse_context&) const { return TARN_SUCCESS; }
+};
+
 int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
+  if (context_._pTable->anyDefault) return _parseLevel<absent_fields>(context_);
+  return _parseLevel<no_defaults>(context_);
+}
+
+template <typename Absent>
+int tarn_protobuf_v2_parser::_parseLevel(parse_context& context_) {
   const char* const pEnd = context_._pSrc + context_._srcLength;
   const type_table& table = *context_._pTable;
-  omitted_ranges omittedRanges;
-  int lastFieldSeenIndex = -1;
+  Absent absent;
   // The field of the previous occurrence and its path hash: a repeated field
   // arrives many times in a row, and the next field is tried after it.
   const field_entry* pField = nullptr;
@@ -211,16 +244,7 @@ int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
       hash = _hash(*pField, context_);
     }
 
-    // Which fields stay absent matters only to a type that declares defaults.
-    if (table.anyDefault) {
-      if (thisIndex > lastFieldSeenIndex) {
-        if (thisIndex > lastFieldSeenIndex + 1)
-          omittedRanges.addRange(lastFieldSeenIndex + 1, thisIndex);
-        lastFieldSeenIndex = thisIndex;
-      } else {
-        omittedRanges.splitRange(thisIndex);
-      }
-    }
+    absent.seen(thisIndex);
 
     tarn_message_value_set_entry entry;
     _initializeEntry(&entry, *pField, hash, context_);
@@ -228,8 +252,7 @@ int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
       return TARN_FAILURE;
     }
   }
-  if (!table.anyDefault) return TARN_SUCCESS;
-  return _insertDefaults(context_, omittedRanges, lastFieldSeenIndex);
+  return absent.finish(*this, context_);
 }
 
 int tarn_protobuf_v2_parser::_consumeMessage(tarn_message_value_set_entry* pValue_,
