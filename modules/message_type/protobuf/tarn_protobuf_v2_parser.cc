@@ -2,8 +2,9 @@
 // preparation and linking, each arrival as a long, a double or a string
 // reference into the body, packed blocks as one entry per element, the step
 // into nested messages, and the defaults of absent fields at the end of each
-// level. The steps taken once per field occurrence are force-inlined into the
-// level walk; the rarer ones (nested, packed, defaults) are ordinary calls.
+// level. The steps taken once per field occurrence, and the step into a
+// nested level, are force-inlined into the level walk; packed blocks and
+// defaults are ordinary calls.
 #include "tarn_protobuf_v2_parser.h"
 
 #include <cstring>
@@ -255,9 +256,9 @@ int tarn_protobuf_v2_parser::_parseLevel(parse_context& context_) {
   return absent.finish(*this, context_);
 }
 
-int tarn_protobuf_v2_parser::_consumeMessage(tarn_message_value_set_entry* pValue_,
-                                             const field_entry& field_, parse_context& context_,
-                                             const char* pValueStart_, size_t length_) {
+TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeMessage(
+    tarn_message_value_set_entry* pValue_, const field_entry& field_, parse_context& context_,
+    const char* pValueStart_, size_t length_) {
   // Refused before the entry is stored: a level too deep leaves nothing of
   // its field behind, like every other rejected value.
   if (!mayNest(_depth)) return TARN_FAILURE;
