@@ -179,6 +179,9 @@ TEST(ParserDefaults, OmittedRangesOrderTheDefaults) {
       {"2 then 0", {2, 0}, join({1}, from(3, 39))},
       {"repeated occurrence changes nothing", {1, 1, 4}, join({0, 2, 3}, from(5, 39))},
       {"split at a range start", {5, 0, 1}, join({2, 3, 4}, from(6, 39))},
+      {"runs of one field below and at the last",
+       {5, 2, 2, 2, 5, 5, 20, 20, 0},
+       join({1, 3, 4}, join(from(6, 19), from(21, 39)))},
       // 16 gaps stay in the inline list, 17 move it to the heap.
       {"16 gaps", from(1, 31, 2), join(from(0, 30, 2), from(32, 39))},
       {"17 gaps", from(1, 33, 2), join(from(0, 32, 2), from(34, 39))},

@@ -239,13 +239,13 @@ int tarn_protobuf_v2_parser::_parseLevel(parse_context& context_) {
       }
       decoder = pThis->decode[typeAndTag & wiretype_mask];
     }
+    // A field again in a row keeps its hash and has been seen already.
     if (pThis != pField) {
       pField = pThis;
       thisIndex = pField->index;
       hash = _hash(*pField, context_);
+      absent.seen(thisIndex);
     }
-
-    absent.seen(thisIndex);
 
     tarn_message_value_set_entry entry;
     _initializeEntry(&entry, *pField, hash, context_);
