@@ -1,6 +1,7 @@
 #include "field_table.h"
 
 #include <algorithm>
+#include <iterator>
 #include <unordered_map>
 
 using google::protobuf::Descriptor;
@@ -62,6 +63,33 @@ void setDefault(field_entry& entry_, const FieldDescriptor& f_) {
   }
 }
 
+// What _consumeValue did for each wire type, chosen once: a varint only for
+// the varint kinds, eight and four bytes for any type (the declared type only
+// picks how they are read), a block as packed, message or plain bytes.
+void setDecoders(field_entry& entry_) {
+  for (uint8_t& d : entry_.decode) d = decode_fail;
+  switch (entry_.travel) {
+    case travel_varint:
+      entry_.decode[VARINT] =
+          entry_.type == FieldDescriptor::TYPE_INT32 ? decode_varint_int32 : decode_varint;
+      break;
+    case travel_zigzag:
+      entry_.decode[VARINT] = decode_zigzag;
+      break;
+    default:
+      break;
+  }
+  entry_.decode[FIXED64] =
+      entry_.type == FieldDescriptor::TYPE_DOUBLE ? decode_fixed64_double : decode_fixed64_long;
+  entry_.decode[FIXED32] = entry_.type == FieldDescriptor::TYPE_FLOAT ? decode_fixed32_float
+                           : entry_.type == FieldDescriptor::TYPE_SFIXED32
+                               ? decode_fixed32_signed
+                               : decode_fixed32_unsigned;
+  entry_.decode[LENGTH_DELIMITED] = entry_.is(field_packed)    ? decode_packed
+                                    : entry_.is(field_message) ? decode_message
+                                                               : decode_block;
+}
+
 }  // namespace
 
 const field_entry* type_table::findSorted(int number_) const {
@@ -118,6 +146,7 @@ field_tables::field_tables(const Descriptor* root_) {
       e.entry.tag_length = e.nameLength;
       if (e.is(field_required)) e.entry.value_flags = tarn_message_value_set_entry_flag_required;
       setDefault(e, f);
+      setDecoders(e);
       if (e.is(field_has_default)) t->anyDefault = true;
       maxNumber = std::max(maxNumber, e.number);
     }
@@ -142,6 +171,12 @@ field_tables::field_tables(const Descriptor* root_) {
       for (int i = 0; i < count; ++i)
         t->sorted.emplace_back(t->fields[i].number, static_cast<uint32_t>(i));
       std::sort(t->sorted.begin(), t->sorted.end());
+    }
+    std::fill(std::begin(t->byTag), std::end(t->byTag), nullptr);
+    for (const field_entry& e : t->fields) {
+      if (e.number <= 0 || e.number >= 16) continue;
+      for (unsigned wire = 0; wire < 8; ++wire)
+        t->byTag[static_cast<unsigned>(e.number) << wiretype_bits | wire] = &e;
     }
     t->fieldArray = t->fields.data();
     t->count = static_cast<uint32_t>(count);

@@ -36,6 +36,24 @@ enum default_kind : uint8_t {
   default_string,
 };
 
+// How the parser stores one arrival of a field, decided per field and wire
+// type when the table is built, so that the walk makes one choice per value
+// instead of one for the wire type and another for the declared type.
+enum value_decoder : uint8_t {
+  decode_fail,              // a wire type the field cannot arrive as
+  decode_varint,            // all 64 bits as sent
+  decode_varint_int32,      // the low 32 bits, sign-extended
+  decode_zigzag,            // sint32, sint64
+  decode_fixed64_double,    // double
+  decode_fixed64_long,      // any other type sent as eight bytes
+  decode_fixed32_float,     // float, widened
+  decode_fixed32_signed,    // sfixed32, sign-extended
+  decode_fixed32_unsigned,  // any other type sent as four bytes
+  decode_packed,            // a packed field's block
+  decode_message,           // a nested message
+  decode_block,             // strings, bytes, groups, unpacked scalars as a block
+};
+
 struct field_entry {
   const char* name;          // the descriptor's name, alive as long as the schema
   uint32_t nameLength;       // bytes of name
@@ -46,6 +64,7 @@ struct field_entry {
   uint8_t travel;            // field_travel of type
   uint8_t flags;             // field_flag bits
   uint8_t defaultKind;       // which member of the default is set
+  uint8_t decode[8];         // value_decoder per wire type, the tag's low three bits
   const type_table* nested;  // the message type's table for field_message, else null
   // The entry every occurrence starts from: name, flags and unset links;
   // a parse adds the hash, the parent and the value.
@@ -69,6 +88,11 @@ struct type_table {
   std::vector<uint32_t> byNumber;
   std::vector<std::pair<int32_t, uint32_t>> sorted;
   std::string traceKeys;  // every field's traceKey, one after another
+  // Per one-byte tag (below 0x80), the field its number names, or null: the
+  // walk goes from the tag byte straight to the field and, through its
+  // decode entry for the tag's low bits, to the decoder, without splitting
+  // the tag or searching. Set once fields no longer moves.
+  const field_entry* byTag[128];
 
   // Copies of the sizes and starts above, set once the vectors are final:
   // the hot loops then neither divide by the entry size nor reload a vector.

@@ -2,8 +2,9 @@
 // preparation and linking, each arrival as a long, a double or a string
 // reference into the body, packed blocks as one entry per element, the step
 // into nested messages, and the defaults of absent fields at the end of each
-// level. The steps taken once per field occurrence are force-inlined into the
-// level walk; the rarer ones (nested, packed, defaults) are ordinary calls.
+// level. The steps taken once per field occurrence, and the step into a
+// nested level, are force-inlined into the level walk; packed blocks and
+// defaults are ordinary calls.
 #include "tarn_protobuf_v2_parser.h"
 
 #include <cstring>
@@ -30,44 +31,6 @@ inline double widenFloat(uint32_t bits_) {
   float value;
   std::memcpy(&value, &bits_, sizeof value);
   return value;
-}
-
-// The value a varint carries for a field type, or false for a type that
-// cannot arrive as a varint.
-inline bool varintAs(FieldDescriptor::Type type_, uint64_t v_, int64_t& out_) {
-  switch (travelOf(type_)) {
-    case travel_varint:
-      // All 64 bits as sent (a bool keeps its number, a uint32 is not cut),
-      // except that an int32 is its low 32 bits, sign-extended.
-      out_ = type_ == FieldDescriptor::TYPE_INT32 ? static_cast<int32_t>(static_cast<uint32_t>(v_))
-                                                  : static_cast<int64_t>(v_);
-      return true;
-    case travel_zigzag:
-      out_ = zigzagDecode(v_);
-      return true;
-    default:
-      return false;
-  }
-}
-
-inline void setFixed64(tarn_message_value_set_entry* pValue_, FieldDescriptor::Type type_,
-                       uint64_t bits_) {
-  if (type_ == FieldDescriptor::TYPE_DOUBLE) {
-    tarn_message_value_set_entry_set_double(pValue_, asDouble(bits_));
-  } else {
-    tarn_message_value_set_entry_set_long(pValue_, static_cast<int64_t>(bits_));
-  }
-}
-
-inline void setFixed32(tarn_message_value_set_entry* pValue_, FieldDescriptor::Type type_,
-                       uint32_t bits_) {
-  if (type_ == FieldDescriptor::TYPE_FLOAT) {
-    tarn_message_value_set_entry_set_double(pValue_, widenFloat(bits_));
-  } else if (type_ == FieldDescriptor::TYPE_SFIXED32) {
-    tarn_message_value_set_entry_set_long(pValue_, static_cast<int32_t>(bits_));
-  } else {
-    tarn_message_value_set_entry_set_long(pValue_, bits_);
-  }
 }
 
 }  // namespace
@@ -128,51 +91,70 @@ tarn_protobuf_v2_parser::_insert(tarn_message_value_set_entry* pValue_) {
 }
 
 TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
-    tarn_message_value_set_entry* pValue_, const field_entry& field_, wire_type wiretype_,
+    tarn_message_value_set_entry* pValue_, const field_entry& field_, unsigned decoder_,
     parse_context& context_, const char* pValueStart_, const char* pEnd_) {
-  const FieldDescriptor::Type type = static_cast<FieldDescriptor::Type>(field_.type);
-  switch (wiretype_) {
-    case VARINT: {
-      int64_t value;
-      if (!varintAs(type, _consumeVarint(context_._pSrc, pEnd_), value)) return TARN_FAILURE;
-      tarn_message_value_set_entry_set_long(pValue_, value);
+  const char*& pSrc = context_._pSrc;
+  switch (decoder_) {
+    case decode_varint:
+      tarn_message_value_set_entry_set_long(pValue_,
+                                            static_cast<int64_t>(_consumeVarint(pSrc, pEnd_)));
       break;
-    }
-    case FIXED64:
-      // A value cut off by the end of the level is malformed, as a length
-      // prefix running past it is; nothing beyond the level is read.
-      if (pEnd_ - context_._pSrc < 8) return TARN_FAILURE;
-      setFixed64(pValue_, type, loadFixed64(context_._pSrc));
-      context_._pSrc += 8;
+    case decode_varint_int32:
+      tarn_message_value_set_entry_set_long(
+          pValue_, static_cast<int32_t>(static_cast<uint32_t>(_consumeVarint(pSrc, pEnd_))));
       break;
-    case FIXED32:
-      if (pEnd_ - context_._pSrc < 4) return TARN_FAILURE;
-      setFixed32(pValue_, type, loadFixed32(context_._pSrc));
-      context_._pSrc += 4;
+    case decode_zigzag:
+      tarn_message_value_set_entry_set_long(pValue_, zigzagDecode(_consumeVarint(pSrc, pEnd_)));
       break;
-    case LENGTH_DELIMITED: {
-      if (field_.is(field_packed)) {
-        return _consumePacked(field_, pValue_, context_, pValueStart_, pEnd_);
-      }
-      const uint64_t length = _consumeVarint(context_._pSrc, pEnd_);
+    // A value cut off by the end of the level is malformed, as a length
+    // prefix running past it is; nothing beyond the level is read.
+    case decode_fixed64_double:
+      if (pEnd_ - pSrc < 8) return TARN_FAILURE;
+      tarn_message_value_set_entry_set_double(pValue_, asDouble(loadFixed64(pSrc)));
+      pSrc += 8;
+      break;
+    case decode_fixed64_long:
+      if (pEnd_ - pSrc < 8) return TARN_FAILURE;
+      tarn_message_value_set_entry_set_long(pValue_, static_cast<int64_t>(loadFixed64(pSrc)));
+      pSrc += 8;
+      break;
+    case decode_fixed32_float:
+      if (pEnd_ - pSrc < 4) return TARN_FAILURE;
+      tarn_message_value_set_entry_set_double(pValue_, widenFloat(loadFixed32(pSrc)));
+      pSrc += 4;
+      break;
+    case decode_fixed32_signed:
+      if (pEnd_ - pSrc < 4) return TARN_FAILURE;
+      tarn_message_value_set_entry_set_long(pValue_, static_cast<int32_t>(loadFixed32(pSrc)));
+      pSrc += 4;
+      break;
+    case decode_fixed32_unsigned:
+      if (pEnd_ - pSrc < 4) return TARN_FAILURE;
+      tarn_message_value_set_entry_set_long(pValue_, loadFixed32(pSrc));
+      pSrc += 4;
+      break;
+    case decode_packed:
+      return _consumePacked(field_, pValue_, context_, pValueStart_, pEnd_);
+    case decode_message:
+    case decode_block: {
+      const uint64_t length = _consumeVarint(pSrc, pEnd_);
       // Compared with what is left, so no length can wrap the position.
-      if (length > static_cast<uint64_t>(pEnd_ - context_._pSrc)) return TARN_FAILURE;
-      if (field_.is(field_message)) {
+      if (length > static_cast<uint64_t>(pEnd_ - pSrc)) return TARN_FAILURE;
+      if (decoder_ == decode_message) {
         return _consumeMessage(pValue_, field_, context_, pValueStart_,
                                static_cast<size_t>(length));
       }
-      // Strings, bytes, groups and unpacked scalars sent as a block: the
-      // payload byte for byte, unchecked.
-      pValue_->string_rep = context_._pSrc;
+      // The payload byte for byte, unchecked.
+      pValue_->string_rep = pSrc;
       pValue_->string_rep_length = static_cast<uint32_t>(length);
-      context_._pSrc += length;
+      pSrc += length;
       break;
     }
     default:
       return TARN_FAILURE;
   }
   pValue_->raw_bytes = pValueStart_;
-  pValue_->raw_bytes_length = static_cast<uint32_t>(context_._pSrc - pValueStart_);
+  pValue_->raw_bytes_length = static_cast<uint32_t>(pSrc - pValueStart_);
   _insert(pValue_);
   return TARN_SUCCESS;
 }
@@ -188,11 +170,44 @@ int tarn_protobuf_v2_parser::parse(const char* pSource_, size_t sourceLength_) {
   return _parseMessage(context);
 }
 
+// Which fields a level left absent, kept only for a type that declares
+// defaults: a level of a type without any pays nothing for it, not even the
+// set-up of the range list.
+class tarn_protobuf_v2_parser::absent_fields {
+ public:
+  absent_fields() : _lastFieldSeenIndex(-1) {}
+  TARN_ALWAYS_INLINE void seen(int index_) {
+    if (index_ > _lastFieldSeenIndex) {
+      if (index_ > _lastFieldSeenIndex + 1) _ranges.addRange(_lastFieldSeenIndex + 1, index_);
+      _lastFieldSeenIndex = index_;
+    } else {
+      _ranges.splitRange(index_);
+    }
+  }
+  int finish(tarn_protobuf_v2_parser& parser_, parse_context& context_) const {
+    return parser_._insertDefaults(context_, _ranges, _lastFieldSeenIndex);
+  }
+
+ private:
+  omitted_ranges _ranges;
+  int _lastFieldSeenIndex;
+};
+
+struct tarn_protobuf_v2_parser::no_defaults {
+  void seen(int) {}
+  int finish(tarn_protobuf_v2_parser&, parse_context&) const { return TARN_SUCCESS; }
+};
+
 int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
+  if (context_._pTable->anyDefault) return _parseLevel<absent_fields>(context_);
+  return _parseLevel<no_defaults>(context_);
+}
+
+template <typename Absent>
+int tarn_protobuf_v2_parser::_parseLevel(parse_context& context_) {
   const char* const pEnd = context_._pSrc + context_._srcLength;
   const type_table& table = *context_._pTable;
-  omitted_ranges omittedRanges;
-  int lastFieldSeenIndex = -1;
+  Absent absent;
   // The field of the previous occurrence and its path hash: a repeated field
   // arrives many times in a row, and the next field is tried after it.
   const field_entry* pField = nullptr;
@@ -201,44 +216,49 @@ int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
 
   while (context_._pSrc < pEnd) {
     const char* const pValueStart = context_._pSrc;
-    const uint64_t typeAndTag = _consumeVarint(context_._pSrc, pEnd);
-    const wire_type wiretype = static_cast<wire_type>(typeAndTag & wiretype_mask);
-    // The lookup takes an int: the low 32 bits of the number, as a signed
-    // value, a conversion defined for every tag. Negative numbers and numbers
-    // above the largest legal field number match no field and fail like field
-    // 0 from a cut-off tag.
-    const int number = static_cast<int32_t>(static_cast<uint32_t>(typeAndTag >> wiretype_bits));
-    if (pField == nullptr || pField->number != number) {
-      pField = table.find(number, thisIndex + 1);
-      if (pField == nullptr) return TARN_FAILURE;
+    // A one-byte tag of a field numbered below 16 names its field through
+    // the tag table; any other tag is split and looked up.
+    const unsigned first = static_cast<unsigned char>(*pValueStart);
+    const field_entry* pThis;
+    unsigned decoder;
+    if (first < 0x80 && (pThis = table.byTag[first]) != nullptr) {
+      ++context_._pSrc;
+      decoder = pThis->decode[first & wiretype_mask];
+    } else {
+      const uint64_t typeAndTag = _consumeVarint(context_._pSrc, pEnd);
+      // The lookup takes an int: the low 32 bits of the number, as a signed
+      // value, a conversion defined for every tag. Negative numbers and
+      // numbers above the largest legal field number match no field and fail
+      // like field 0 from a cut-off tag.
+      const int number = static_cast<int32_t>(static_cast<uint32_t>(typeAndTag >> wiretype_bits));
+      if (pField != nullptr && pField->number == number) {
+        pThis = pField;
+      } else {
+        pThis = table.find(number, thisIndex + 1);
+        if (pThis == nullptr) return TARN_FAILURE;
+      }
+      decoder = pThis->decode[typeAndTag & wiretype_mask];
+    }
+    // A field again in a row keeps its hash and has been seen already.
+    if (pThis != pField) {
+      pField = pThis;
       thisIndex = pField->index;
       hash = _hash(*pField, context_);
-    }
-
-    // Which fields stay absent matters only to a type that declares defaults.
-    if (table.anyDefault) {
-      if (thisIndex > lastFieldSeenIndex) {
-        if (thisIndex > lastFieldSeenIndex + 1)
-          omittedRanges.addRange(lastFieldSeenIndex + 1, thisIndex);
-        lastFieldSeenIndex = thisIndex;
-      } else {
-        omittedRanges.splitRange(thisIndex);
-      }
+      absent.seen(thisIndex);
     }
 
     tarn_message_value_set_entry entry;
     _initializeEntry(&entry, *pField, hash, context_);
-    if (_consumeValue(&entry, *pField, wiretype, context_, pValueStart, pEnd) != TARN_SUCCESS) {
+    if (_consumeValue(&entry, *pField, decoder, context_, pValueStart, pEnd) != TARN_SUCCESS) {
       return TARN_FAILURE;
     }
   }
-  if (!table.anyDefault) return TARN_SUCCESS;
-  return _insertDefaults(context_, omittedRanges, lastFieldSeenIndex);
+  return absent.finish(*this, context_);
 }
 
-int tarn_protobuf_v2_parser::_consumeMessage(tarn_message_value_set_entry* pValue_,
-                                             const field_entry& field_, parse_context& context_,
-                                             const char* pValueStart_, size_t length_) {
+TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeMessage(
+    tarn_message_value_set_entry* pValue_, const field_entry& field_, parse_context& context_,
+    const char* pValueStart_, size_t length_) {
   // Refused before the entry is stored: a level too deep leaves nothing of
   // its field behind, like every other rejected value.
   if (!mayNest(_depth)) return TARN_FAILURE;

@@ -115,7 +115,12 @@ class tarn_protobuf_v2_parser {
   static uint64_t _consumeVarint(const char*& pSrc_, const char* pEnd_);
   static TARN_NOINLINE uint64_t _consumeVarintSlow(const char*& pSrc_, const char* pEnd_);
 
+  class absent_fields;
+  struct no_defaults;
+
   [[nodiscard]] int _parseMessage(parse_context& context_);
+  template <typename Absent>
+  [[nodiscard]] int _parseLevel(parse_context& context_);
   void _initializeEntry(tarn_message_value_set_entry* pValue_, const field_entry& field_,
                         uint32_t hash_, parse_context& parseContext_);
   // The path hash of field_ at the level, through the cache where pairs repeat.
@@ -125,7 +130,7 @@ class tarn_protobuf_v2_parser {
   void _ascend(uint32_t uplevelPreviousSibling_);
 
   [[nodiscard]] int _consumeValue(tarn_message_value_set_entry* pValue_, const field_entry& field_,
-                                  wire_type wiretype_, parse_context& context_,
+                                  unsigned decoder_, parse_context& context_,
                                   const char* pValueStart_, const char* pEnd_);
   [[nodiscard]] int _consumeMessage(tarn_message_value_set_entry* pValue_,
                                     const field_entry& field_, parse_context& context_,
