@@ -69,7 +69,7 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/c_host DESTINATION ${TARN_INSTA
 set(docs ${PROJECT_SOURCE_DIR}/docs)
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
   ${PROJECT_SOURCE_DIR}/LICENSE ${docs}/architecture.md ${docs}/configuring.md
-  ${docs}/integrating.md ${docs}/trace-format.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+  ${docs}/benchmarks.md ${docs}/integrating.md ${docs}/trace-format.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 # pkg-config: written at install time, so that its prefix is the one installed
 # to (cmake --install --prefix, or the package's /usr), not the configured one.
