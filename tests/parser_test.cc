@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <string>
 #include <vector>
 
 #include "module_fixture.h"
@@ -273,6 +274,42 @@ TEST(ParserTree, EveryHashFollowsItsPath) {
     expected.push_back(tarn_message_xpath_hash_string(e.tag_bytes, e.tag_length, seed));
     EXPECT_EQ(expected.back(), e.hash) << i;
   }
+}
+
+// A parse keeps the hashes of a context's first 256 fields only; all later
+// fields share one place that must never answer. Members of a repeated
+// message alternate two such fields (and one early field) under the same and
+// under different parent paths.
+TEST(ParserTree, HashesOfFieldsBeyondTheKeptOnesFollowTheirPaths) {
+  tarn_test::TempDir dir;
+  const std::string package = tarn_test::uniqueName("wide");
+  std::string schema = "syntax = \"proto2\";\npackage " + package + ";\nmessage Wide {\n";
+  for (int n = 1; n <= 300; ++n)
+    schema += "  optional int32 f" + std::to_string(n) + " = " + std::to_string(n) + ";\n";
+  schema += "  repeated Wide many = 301;\n}\n";
+  dir.write(package + ".proto", schema);
+  tarn_message_type_context context =
+      tarn_test::makeContext(dir.path(), package + ".proto", package + ".Wide");
+  ASSERT_NE(nullptr, context);
+  Body leaf = Body().varint(260, 1).varint(290, 2).varint(1, 3).varint(290, 4).varint(260, 5);
+  Body middle = Body().msg(301, leaf).varint(290, 6).msg(301, leaf).varint(260, 7);
+  Body body = Body().varint(290, 8).msg(301, middle).msg(301, leaf).varint(260, 9);
+  {
+    Parsed parsed(context, body);
+    ASSERT_EQ(0, parsed.status());
+    // Four at the top, four in the middle member, five in each of three leaves.
+    ASSERT_EQ(4u + 4 + 3 * 5, parsed.size());
+    std::vector<uint32_t> expected;
+    for (uint32_t i = 0; i < parsed.size(); ++i) {
+      const auto& e = parsed[i];
+      const uint32_t seed = e.parent == INV
+                                ? tarn_host::default_base_hash
+                                : tarn_message_xpath_hash_add_separator(expected.at(e.parent));
+      expected.push_back(tarn_message_xpath_hash_string(e.tag_bytes, e.tag_length, seed));
+      EXPECT_EQ(expected.back(), e.hash) << i;
+    }
+  }
+  tarn_test::api().destroy_context(context);
 }
 
 TEST(ParserTree, FailuresKeepWhatWasStoredBefore) {

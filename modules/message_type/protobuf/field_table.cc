@@ -131,7 +131,7 @@ field_tables::field_tables(const Descriptor* root_) {
       e.nameLength = static_cast<uint32_t>(f.name().size());
       e.number = f.number();
       e.index = i;
-      e.slot = slot++;
+      e.slot = slot < memo_slot_count ? slot++ : memo_slot_count;
       e.type = static_cast<uint8_t>(f.type());
       e.travel = travelOf(f.type());
       if (f.label() == FieldDescriptor::LABEL_REQUIRED) e.flags |= field_required;
@@ -183,4 +183,5 @@ field_tables::field_tables(const Descriptor* root_) {
     t->byNumberArray = t->byNumber.data();
     t->byNumberCount = static_cast<uint32_t>(t->byNumber.size());
   }
+  for (const auto& t : _tables) t->slotsUsed = slot;
 }

@@ -21,6 +21,9 @@
 
 struct type_table;
 
+// Fields of one context whose path hashes a parse may keep (see slot).
+constexpr uint32_t memo_slot_count = 256;
+
 enum field_flag : uint8_t {
   field_required = 1,     // label required: its entries carry the required flag
   field_packed = 2,       // declared packed (only packable scalars can be)
@@ -55,11 +58,13 @@ enum value_decoder : uint8_t {
 };
 
 struct field_entry {
-  const char* name;          // the descriptor's name, alive as long as the schema
-  uint32_t nameLength;       // bytes of name
-  int32_t number;            // field number
-  int32_t index;             // position in declaration order
-  uint32_t slot;             // unique among the fields of one context's tables
+  const char* name;     // the descriptor's name, alive as long as the schema
+  uint32_t nameLength;  // bytes of name
+  int32_t number;       // field number
+  int32_t index;        // position in declaration order
+  // Unique among the first memo_slot_count fields of one context's tables;
+  // every later field has memo_slot_count, a place the parser never fills.
+  uint32_t slot;
   uint8_t type;              // the declared type, as FieldDescriptor::Type numbers it
   uint8_t travel;            // field_travel of type
   uint8_t flags;             // field_flag bits
@@ -100,6 +105,8 @@ struct type_table {
   uint32_t count;
   const uint32_t* byNumberArray;
   uint32_t byNumberCount;
+  // Slots in use across the context's tables, at most memo_slot_count.
+  uint32_t slotsUsed;
 
   int fieldCount() const { return static_cast<int>(count); }
 

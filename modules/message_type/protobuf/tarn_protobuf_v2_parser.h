@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <utility>
 
 #include "field_table.h"
@@ -58,12 +59,17 @@ class tarn_protobuf_v2_parser {
   // met again under the same seed (a member of a repeated nested message)
   // reuses its hash: the host sees the same entries and only fewer hash
   // calls. A field's slot in the context's tables is its place, so there is
-  // nothing to compare but the seed; fields beyond the first slot_count of a
-  // context are hashed every time. A place counts once its bit is set, so a
-  // parse clears 32 bytes, not the places.
+  // nothing to compare but the seed. A place holds its seed with bit 32 set,
+  // so that the zero a parse starts from matches no seed; the places in use
+  // are cleared, and the one past them, shared by the fields beyond the
+  // last, is never filled: a hit is one load and one compare.
   class path_hash_cache {
    public:
-    path_hash_cache() : _lookups(0), _misses(0), _on(true), _valid() {}
+    explicit path_hash_cache(uint32_t slotsUsed_) : _lookups(0), _misses(0), _on(true) {
+      std::memset(_keys, 0,
+                  (slotsUsed_ < memo_slot_count ? slotsUsed_ : memo_slot_count) * sizeof _keys[0]);
+      _keys[memo_slot_count] = 0;
+    }
 
     // Whether looking up still pays: a miss costs more than hashing straight
     // away, so a body whose pairs mostly do not come back (a deep chain
@@ -73,23 +79,21 @@ class tarn_protobuf_v2_parser {
     TARN_ALWAYS_INLINE uint32_t hash(const field_entry& field_, uint32_t seed_) {
       ++_lookups;
       const uint32_t i = field_.slot;
-      if (i < slot_count && (_valid[i >> 6] >> (i & 63) & 1) != 0 &&
-          static_cast<uint32_t>(_memo[i] >> 32) == seed_)
-        return static_cast<uint32_t>(_memo[i]);
+      if (_keys[i] == (filled | seed_)) return _hashes[i];
       return _miss(field_, seed_);
     }
 
    private:
-    static const uint32_t slot_count = 256;
+    static constexpr uint64_t filled = uint64_t{1} << 32;
 
     TARN_NOINLINE uint32_t _miss(const field_entry& field_, uint32_t seed_) {
       // Off once the misses outnumber the hits by more than 16.
       if (++_misses * 2 > _lookups + 16) _on = false;
       const uint32_t hash = tarn_message_xpath_hash_string(field_.name, field_.nameLength, seed_);
       const uint32_t i = field_.slot;
-      if (i < slot_count) {
-        _memo[i] = static_cast<uint64_t>(seed_) << 32 | hash;
-        _valid[i >> 6] |= uint64_t{1} << (i & 63);
+      if (i < memo_slot_count) {
+        _keys[i] = filled | seed_;
+        _hashes[i] = hash;
       }
       return hash;
     }
@@ -97,8 +101,8 @@ class tarn_protobuf_v2_parser {
     uint32_t _lookups;
     uint32_t _misses;
     bool _on;
-    uint64_t _valid[slot_count / 64];
-    uint64_t _memo[slot_count];  // seed above hash
+    uint64_t _keys[memo_slot_count + 1];  // filled | seed, or 0
+    uint32_t _hashes[memo_slot_count + 1];
   };
 
   tarn_protobuf_v2_parser(const type_table* pRootTable_, tarn_message_xpath_value_set valueSet_,
@@ -107,7 +111,8 @@ class tarn_protobuf_v2_parser {
         _valueSet(valueSet_),
         _findSet(findSet_),
         _previousSibling(INVALID),
-        _depth(0) {}
+        _depth(0),
+        _hashes(pRootTable_->slotsUsed) {}
 
   [[nodiscard]] int parse(const char* pSource_, size_t sourceLength_);
 
