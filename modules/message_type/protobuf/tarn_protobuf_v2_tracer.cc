@@ -117,9 +117,10 @@ TARN_ALWAYS_INLINE void tarn_protobuf_v2_tracer::_scalar(field_travel travel_, T
 
 // Each value is read before its key is written, so that a value cut off by the
 // end of the level leaves no dangling key behind.
-bool tarn_protobuf_v2_tracer::_traceField(const field_entry& field_, uint32_t wireType_,
-                                          const char*& pSrc_, const char* pEnd_, bool first_,
-                                          unsigned depth_) {
+TARN_ALWAYS_INLINE bool tarn_protobuf_v2_tracer::_traceField(const field_entry& field_,
+                                                             uint32_t wireType_, const char*& pSrc_,
+                                                             const char* pEnd_, bool first_,
+                                                             unsigned depth_) {
   switch (wireType_) {
     case VARINT:
     case FIXED64:
