@@ -246,6 +246,20 @@ TEST(ParserTree, SparseNumbersOutOfDeclarationOrder) {
   }
 }
 
+// Every entry's hash recomputed through the host's own functions from its
+// parent's hash (the set's base at the top) and its name.
+void expectPathHashes(const Parsed& parsed_) {
+  std::vector<uint32_t> expected;
+  for (uint32_t i = 0; i < parsed_.size(); ++i) {
+    const auto& e = parsed_[i];
+    const uint32_t seed = e.parent == INV
+                              ? tarn_host::default_base_hash
+                              : tarn_message_xpath_hash_add_separator(expected.at(e.parent));
+    expected.push_back(tarn_message_xpath_hash_string(e.tag_bytes, e.tag_length, seed));
+    EXPECT_EQ(expected.back(), e.hash) << i;
+  }
+}
+
 // Hashes of the same name under the same parent path repeat within a parse
 // (members of repeated messages, repeated fields); every entry must still get
 // the hash of its own path: a binary tree of repeated members under a chain
@@ -265,15 +279,7 @@ TEST(ParserTree, EveryHashFollowsItsPath) {
   // Each chain level: one, next and the default of mid; each tree node: two
   // of one, big and mid, and every node but the root is a `many` entry.
   ASSERT_EQ(40u * 3 + 127 * 4 + 126, parsed.size());
-  std::vector<uint32_t> expected;
-  for (uint32_t i = 0; i < parsed.size(); ++i) {
-    const auto& e = parsed[i];
-    const uint32_t seed = e.parent == INV
-                              ? tarn_host::default_base_hash
-                              : tarn_message_xpath_hash_add_separator(expected.at(e.parent));
-    expected.push_back(tarn_message_xpath_hash_string(e.tag_bytes, e.tag_length, seed));
-    EXPECT_EQ(expected.back(), e.hash) << i;
-  }
+  expectPathHashes(parsed);
 }
 
 // A parse keeps the hashes of a context's first 256 fields only; all later
@@ -299,15 +305,7 @@ TEST(ParserTree, HashesOfFieldsBeyondTheKeptOnesFollowTheirPaths) {
     ASSERT_EQ(0, parsed.status());
     // Four at the top, four in the middle member, five in each of three leaves.
     ASSERT_EQ(4u + 4 + 3 * 5, parsed.size());
-    std::vector<uint32_t> expected;
-    for (uint32_t i = 0; i < parsed.size(); ++i) {
-      const auto& e = parsed[i];
-      const uint32_t seed = e.parent == INV
-                                ? tarn_host::default_base_hash
-                                : tarn_message_xpath_hash_add_separator(expected.at(e.parent));
-      expected.push_back(tarn_message_xpath_hash_string(e.tag_bytes, e.tag_length, seed));
-      EXPECT_EQ(expected.back(), e.hash) << i;
-    }
+    expectPathHashes(parsed);
   }
   tarn_test::api().destroy_context(context);
 }
