@@ -1,7 +1,5 @@
 #include "diagnose.h"
 
-#include <google/protobuf/wire_format_lite.h>
-
 #include <vector>
 
 #include "modules/message_type/protobuf/wire_format.h"
@@ -11,13 +9,6 @@ namespace tarnpb {
 namespace gp = google::protobuf;
 
 namespace {
-
-using WireFormat = gp::internal::WireFormatLite;
-
-// The wire type a declared field type is written with, by libprotobuf's table.
-WireFormat::WireType naturalWireType(const gp::FieldDescriptor* pField_) {
-  return WireFormat::WireTypeForFieldType(static_cast<WireFormat::FieldType>(pField_->type()));
-}
 
 std::string wireTypeName(uint32_t wireType_) {
   switch (wireType_) {
@@ -79,7 +70,8 @@ class Walk {
       switch (wireType) {
         case VARINT: {
           // A varint value cut off by the end reads as 0: not a refusal.
-          if (naturalWireType(pField) != WireFormat::WIRETYPE_VARINT) {
+          const field_travel travel = travelOf(pField->type());
+          if (travel != travel_varint && travel != travel_zigzag) {
             return refuse("wire type 0 (varint) cannot carry a " +
                           std::string(pField->type_name()) + " field");
           }
@@ -128,29 +120,19 @@ class Walk {
   }
 
  private:
+  // The module's own rule for a packed block, with the reason it fails.
   template <typename Refuse>
   bool _packedBlockFits(const gp::FieldDescriptor* pField_, const char* pBlock_, size_t length_,
                         const Refuse& refuse_) {
-    switch (naturalWireType(pField_)) {
-      case WireFormat::WIRETYPE_VARINT:
-        if (length_ != 0 && (static_cast<unsigned char>(pBlock_[length_ - 1]) & 0x80) != 0) {
-          refuse_("the packed block of " + plural(length_, "byte") + " ends inside a varint");
-          return false;
-        }
-        return true;
-      case WireFormat::WIRETYPE_FIXED32:
-      case WireFormat::WIRETYPE_FIXED64: {
-        const size_t size = naturalWireType(pField_) == WireFormat::WIRETYPE_FIXED32 ? 4 : 8;
-        if (length_ % size != 0) {
-          refuse_("the packed block of " + plural(length_, "byte") + " is not a whole number of " +
-                  std::to_string(size) + "-byte values");
-          return false;
-        }
-        return true;
-      }
-      default:
-        return true;
+    const field_travel element = travelOf(pField_->type());
+    if (!travelsPacked(element) || packedBlockWhole(element, pBlock_, length_)) return true;
+    if (element == travel_fixed32 || element == travel_fixed64) {
+      refuse_("the packed block of " + plural(length_, "byte") + " is not a whole number of " +
+              std::to_string(element == travel_fixed32 ? 4 : 8) + "-byte values");
+    } else {
+      refuse_("the packed block of " + plural(length_, "byte") + " ends inside a varint");
     }
+    return false;
   }
 
   bool _undeclared(const char* pStart_, const std::string& path_, int number_, uint32_t wireType_,

@@ -308,23 +308,8 @@ int tarn_protobuf_v2_parser::_consumePacked(const field_entry& field_,
 
   // Every element must lie inside its block, and the whole block is checked
   // before the first element is stored, so a bad block leaves nothing of its
-  // field behind. For varints it is enough that the block's last byte ends a
-  // varint: then every element ends at or before it. Elements never read into
-  // the bytes after the block.
-  switch (element) {
-    case travel_varint:
-    case travel_zigzag:
-      if (length != 0 && (static_cast<unsigned char>(pBlockEnd[-1]) & 0x80) != 0) {
-        return TARN_FAILURE;
-      }
-      break;
-    case travel_fixed32:
-      if (length % 4 != 0) return TARN_FAILURE;
-      break;
-    default:
-      if (length % 8 != 0) return TARN_FAILURE;
-      break;
-  }
+  // field behind and elements never read into the bytes after the block.
+  if (!packedBlockWhole(element, context_._pSrc, static_cast<size_t>(length))) return TARN_FAILURE;
 
   pValue_->raw_bytes = pValueStart_;
   pValue_->raw_bytes_length = static_cast<uint32_t>(pBlockEnd - pValueStart_);

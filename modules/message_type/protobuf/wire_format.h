@@ -204,4 +204,22 @@ inline field_travel travelOf(int type_) {
 // Whether a field of this type may arrive as one packed block of elements.
 inline bool travelsPacked(field_travel travel_) { return travel_ <= travel_fixed64; }
 
+// Whether a packed block of length_ bytes at pBlock_ holds only whole elements
+// of its kind: fixed-width elements fill it exactly, and varints all end
+// inside it, for which it is enough that its last byte ends a varint. An empty
+// block holds none and is whole. Kinds that cannot be packed never are.
+inline bool packedBlockWhole(field_travel element_, const char* pBlock_, size_t length_) {
+  switch (element_) {
+    case travel_varint:
+    case travel_zigzag:
+      return length_ == 0 || (static_cast<unsigned char>(pBlock_[length_ - 1]) & 0x80) == 0;
+    case travel_fixed32:
+      return length_ % 4 == 0;
+    case travel_fixed64:
+      return length_ % 8 == 0;
+    default:
+      return false;
+  }
+}
+
 #endif
