@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "alloc_counter.h"
 #include "contenders.h"
+#include "host/alloc_counter.h"
 #include "report.h"
 
 namespace tarn_bench {
@@ -106,9 +106,9 @@ int main(int argc, char** argv) {
   for (Shape& s : shapes) {
     auto b = std::make_unique<ShapeBench>();
     b->pShape = &s;
-    const uint64_t before = allocationCount();
+    const uint64_t before = tarn_host::allocationCount();
     b->current = side("module", host, host.context(TARN_BENCH_PROTO_DIR, proto_file, s.typeName));
-    moduleAllocations += allocationCount() - before;
+    moduleAllocations += tarn_host::allocationCount() - before;
     if (withBaseline)
       b->baseline = side("baseline", baselineHost,
                          baselineHost.context(TARN_BENCH_PROTO_DIR, proto_file, s.typeName));

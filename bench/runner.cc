@@ -10,7 +10,7 @@
 #include <cstring>
 #include <ctime>
 
-#include "alloc_counter.h"
+#include "host/alloc_counter.h"
 
 namespace tarn_bench {
 namespace {
@@ -77,13 +77,13 @@ bool Runner::underCallgrind() const { return RUNNING_ON_VALGRIND != 0; }
 void Runner::_sample(int index_, uint64_t iterations_, double& ns_, double& instructions_,
                      uint64_t& allocations_) {
   const std::function<void(uint64_t)>& run = _contenders[index_].run;
-  const uint64_t allocationsBefore = allocationCount();
+  const uint64_t allocationsBefore = tarn_host::allocationCount();
   const uint64_t instructionsBefore = _counter.read();
   const uint64_t start = nowNs();
   run(iterations_);
   const uint64_t end = nowNs();
   const uint64_t instructionsAfter = _counter.read();
-  allocations_ = allocationCount() - allocationsBefore;
+  allocations_ = tarn_host::allocationCount() - allocationsBefore;
   ns_ = static_cast<double>(end - start) / static_cast<double>(iterations_);
   instructions_ = static_cast<double>(instructionsAfter - instructionsBefore) /
                   static_cast<double>(iterations_);

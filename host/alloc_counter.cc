@@ -21,11 +21,11 @@ inline void count() { g_allocations.fetch_add(1, std::memory_order_relaxed); }
 
 }  // namespace
 
-namespace tarn_bench {
+namespace tarn_host {
 
 uint64_t allocationCount() { return g_allocations.load(std::memory_order_relaxed); }
 
-}  // namespace tarn_bench
+}  // namespace tarn_host
 
 // The C allocator. glibc lets the main program replace these; every shared
 // object in the process, dlopen'ed ones included, binds to them.
