@@ -49,6 +49,7 @@ done | awk -F'|' '
       printf "  %-58s %s\n", "trace: module / protozero + to_chars", ratio(s ".trace.module", perOp[s ".trace.protozero"])
       printf "  %-58s %s\n", "merge: DynamicMessage / module", ratio(s ".merge.dynamic", perOp[s ".merge.module"])
       printf "  %-58s %s\n", "merge: merge walk alone / memcpy of both", ratio(s ".merge.walk", perOp[s ".merge.memcpy"])
+      printf "  %-58s %s\n", "serialize: module / memcpy, value by value", ratio(s ".serialize.module", perOp[s ".serialize.pieces"])
       split("parse.null parse.discard parse.store trace.module merge.module merge.walk serialize.module", ids, " ")
       for (j = 1; j <= 7; ++j) {
         split(ids[j], part, ".")
