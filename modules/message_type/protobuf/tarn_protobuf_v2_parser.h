@@ -117,8 +117,14 @@ class tarn_protobuf_v2_parser {
   [[nodiscard]] int parse(const char* pSource_, size_t sourceLength_);
 
  private:
+  // A varint's value and the position after it, both returned in registers,
+  // so that a caller's read position never has to live in memory.
+  struct varint_read {
+    uint64_t value;
+    const char* pNext;
+  };
   static uint64_t _consumeVarint(const char*& pSrc_, const char* pEnd_);
-  static TARN_NOINLINE uint64_t _consumeVarintSlow(const char*& pSrc_, const char* pEnd_);
+  static TARN_NOINLINE varint_read _consumeVarintSlow(const char* pSrc_, const char* pEnd_);
 
   class absent_fields;
   struct no_defaults;
@@ -134,18 +140,23 @@ class tarn_protobuf_v2_parser {
   uint32_t _descend();
   void _ascend(uint32_t uplevelPreviousSibling_);
 
+  // Both read from pSrc_ (just after the tag) and leave it after the value;
+  // the level's read position stays a register of the level walk.
   [[nodiscard]] int _consumeValue(tarn_message_value_set_entry* pValue_, const field_entry& field_,
-                                  unsigned decoder_, parse_context& context_,
-                                  const char* pValueStart_, const char* pEnd_);
+                                  unsigned decoder_, const parse_context& context_,
+                                  const char*& pSrc_, const char* pValueStart_, const char* pEnd_);
   [[nodiscard]] int _consumeMessage(tarn_message_value_set_entry* pValue_,
-                                    const field_entry& field_, parse_context& context_,
-                                    const char* pValueStart_, size_t length_);
+                                    const field_entry& field_, const parse_context& context_,
+                                    const char*& pSrc_, const char* pValueStart_, size_t length_);
   template <typename Store>
   void _storeElements(tarn_message_value_set_entry* pValue_, const char*& pSrc_,
                       const char* pBlockEnd_, Store store_);
-  [[nodiscard]] int _consumePacked(const field_entry& field_, tarn_message_value_set_entry* pValue_,
-                                   parse_context& context_, const char* pValueStart_,
-                                   const char* pEnd_);
+  // Takes the position after the tag and returns the one after the block,
+  // or null for a malformed block.
+  [[nodiscard]] const char* _consumePacked(const field_entry& field_,
+                                           tarn_message_value_set_entry* pValue_,
+                                           const char* pValueStart_, const char* pSrc_,
+                                           const char* pEnd_);
 
   [[nodiscard]] int _insertDefaults(parse_context& context_, const omitted_ranges& ranges_,
                                     int lastFieldSeenIndex_);
