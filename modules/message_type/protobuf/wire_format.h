@@ -71,33 +71,68 @@ inline bool readVarintChecked(const char*& pSrc_, const char* pEnd_, uint64_t& v
   return false;
 }
 
-// Varints of any length, most usefully two bytes or more. With ten bytes
-// left a varint of up to ten bytes cannot be cut off, so its bytes are taken
-// without a bound check each. Each byte is added whole at its place and the
-// continuation bit the byte before it carried (one unit at this place) is
-// taken off again, which leaves exactly the sum of the low seven bits of
-// every byte, modulo 2^64: byte 9 adds bit 63 only, as the checked loop does.
-// Plain inline, so that a caller's own out-of-line slow path can hold it
-// without a second call.
+// The fixed-width loads come first: the varint reader below takes eight bytes
+// at once.
+//
+// Fixed-width values are little-endian on the wire and sit at any byte
+// position: they are assembled from single bytes, so neither the host's byte
+// order nor alignment matters (compilers turn this into one load on x86-64).
+// The caller has checked that the bytes are there.
+inline uint32_t loadFixed32(const char* p_) {
+  const unsigned char* p = reinterpret_cast<const unsigned char*>(p_);
+  return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
+         static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[3]) << 24;
+}
+
+inline uint64_t loadFixed64(const char* p_) {
+  return static_cast<uint64_t>(loadFixed32(p_)) | static_cast<uint64_t>(loadFixed32(p_ + 4)) << 32;
+}
+
+// Varints of any length, most usefully two bytes or more. With eight bytes
+// left, a varint that ends within them is decoded from one load without a
+// branch on its length: the first byte without the continuation bit marks
+// the end, everything above it is masked off, and the seven-bit groups are
+// packed together in three steps (pairs of groups, then pairs of pairs, then
+// the two halves). A varint's length varies from value to value in a real
+// feed, so a branch per byte would be mispredicted once per varint. Nine and
+// ten bytes take one more byte each; past ten bytes only the checked reading
+// knows where the varint ends. Past the 64th bit there is nowhere to put a
+// group: byte 9 adds bit 63 only, as the checked loop does. Plain inline, so
+// that a caller's own out-of-line slow path can hold it without a second
+// call.
 inline bool readVarintLong(const char*& pSrc_, const char* pEnd_, uint64_t& value_) {
-  if (pEnd_ - pSrc_ >= static_cast<ptrdiff_t>(max_varint_bytes)) {
-    const unsigned char* p = reinterpret_cast<const unsigned char*>(pSrc_);
-    uint64_t value = p[0];
-    if (value < 0x80) {
-      pSrc_ += 1;
-      value_ = value;
+  if (pEnd_ - pSrc_ >= 8) {
+    const uint64_t word = loadFixed64(pSrc_);
+    const uint64_t ends = ~word & 0x8080808080808080ull;
+    if (ends != 0) {
+      // ends ^ (ends - 1): every bit up to the first end marker.
+      uint64_t v = word & (ends ^ (ends - 1)) & 0x7F7F7F7F7F7F7F7Full;
+      v = (v & 0x007F007F007F007Full) | ((v & 0x7F007F007F007F00ull) >> 1);
+      v = (v & 0x00003FFF00003FFFull) | ((v & 0x3FFF00003FFF0000ull) >> 2);
+      v = (v & 0x000000000FFFFFFFull) | ((v & 0x0FFFFFFF00000000ull) >> 4);
+      pSrc_ += (static_cast<unsigned>(__builtin_ctzll(ends)) + 1) >> 3;
+      value_ = v;
       return true;
     }
-    for (unsigned i = 1; i < max_varint_bytes; ++i) {
-      const uint64_t byte = p[i];
-      value += (byte - 1) << (varint_component_bits * i);
-      if (byte < 0x80) {
-        pSrc_ += i + 1;
-        value_ = value;
+    if (pEnd_ - pSrc_ >= static_cast<ptrdiff_t>(max_varint_bytes)) {
+      uint64_t v = word & 0x7F7F7F7F7F7F7F7Full;
+      v = (v & 0x007F007F007F007Full) | ((v & 0x7F007F007F007F00ull) >> 1);
+      v = (v & 0x00003FFF00003FFFull) | ((v & 0x3FFF00003FFF0000ull) >> 2);
+      v = (v & 0x000000000FFFFFFFull) | ((v & 0x0FFFFFFF00000000ull) >> 4);
+      const uint64_t byte8 = static_cast<unsigned char>(pSrc_[8]);
+      v |= (byte8 & 0x7F) << 56;
+      if (byte8 < 0x80) {
+        pSrc_ += 9;
+        value_ = v;
+        return true;
+      }
+      const uint64_t byte9 = static_cast<unsigned char>(pSrc_[9]);
+      if (byte9 < 0x80) {
+        pSrc_ += 10;
+        value_ = v | byte9 << 63;
         return true;
       }
     }
-    // Longer than ten bytes: only the checked reading knows where it ends.
   }
   return readVarintChecked(pSrc_, pEnd_, value_);
 }
@@ -142,20 +177,6 @@ inline size_t tagLength(const char* pRaw_, size_t rawLength_) {
 // The signed value of a sint32 or sint64 varint.
 inline int64_t zigzagDecode(uint64_t value_) {
   return static_cast<int64_t>((value_ >> 1) ^ (0 - (value_ & 1)));
-}
-
-// Fixed-width values are little-endian on the wire and sit at any byte
-// position: they are assembled from single bytes, so neither the host's byte
-// order nor alignment matters (compilers turn this into one load on x86-64).
-// The caller has checked that the bytes are there.
-inline uint32_t loadFixed32(const char* p_) {
-  const unsigned char* p = reinterpret_cast<const unsigned char*>(p_);
-  return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
-         static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[3]) << 24;
-}
-
-inline uint64_t loadFixed64(const char* p_) {
-  return static_cast<uint64_t>(loadFixed32(p_)) | static_cast<uint64_t>(loadFixed32(p_ + 4)) << 32;
 }
 
 // How a declared field type travels on the wire. Takes the plain type numbers
