@@ -1,8 +1,9 @@
 // The shared varint reader against libprotobuf's, at every length, with every
-// amount of room behind the varint (the reader decodes from one eight-byte
-// load when eight bytes are left, and byte by byte otherwise), and cut off at
-// every byte. Each case sits in a heap copy of exactly its own size, so a read
-// past the end it was given is a sanitizer error.
+// amount of room behind the varint and of readable bytes before it (the
+// reader decodes from one eight-byte load at the varint when eight bytes are
+// left, from the eight before the end when those may be read, and byte by
+// byte otherwise), and cut off at every byte. Each case sits in a heap copy
+// of exactly its own size, so a read outside it is a sanitizer error.
 #include "modules/message_type/protobuf/wire_format.h"
 
 #include <google/protobuf/io/coded_stream.h>
@@ -27,14 +28,19 @@ uint64_t libprotobufVarint(const std::string& bytes_, size_t* pLength_) {
   return value;
 }
 
-// Reads the varint at the start of an exact-size copy of buffer_.
-bool readAt(const std::string& buffer_, uint64_t& value_, size_t& length_) {
-  std::unique_ptr<char[]> copy(new char[buffer_.size() ? buffer_.size() : 1]);
-  std::memcpy(copy.get(), buffer_.data(), buffer_.size());
-  const char* p = copy.get();
+// Reads the varint at the start of buffer_ from an exact-size copy of it
+// behind `before_` other bytes, which the reader may read when it is told so.
+bool readAt(const std::string& buffer_, uint64_t& value_, size_t& length_, size_t before_ = 0,
+            bool floor_ = false) {
+  const std::string all = std::string(before_, '\xFF') + buffer_;
+  std::unique_ptr<char[]> copy(new char[all.size() ? all.size() : 1]);
+  std::memcpy(copy.get(), all.data(), all.size());
+  const char* const start = copy.get() + before_;
+  const char* const end = copy.get() + all.size();
+  const char* p = start;
   value_ = ~uint64_t{0};
-  const bool ok = readVarint(p, copy.get() + buffer_.size(), value_);
-  length_ = static_cast<size_t>(p - copy.get());
+  const bool ok = floor_ ? readVarintLong(p, end, value_, copy.get()) : readVarint(p, end, value_);
+  length_ = static_cast<size_t>(p - start);
   return ok;
 }
 
@@ -61,21 +67,28 @@ TEST(WireVarint, AgreesWithLibprotobufAtEveryLengthAndRoomBehind) {
     size_t expectedLength = 0;
     const uint64_t expected = libprotobufVarint(encoding, &expectedLength);
     ASSERT_EQ(encoding.size(), expectedLength) << wire::hex(encoding);
-    for (size_t room = 0; room <= 12; ++room) {
-      const std::string buffer = encoding + std::string(room, '\xFF');
-      uint64_t value;
-      size_t length;
-      ASSERT_TRUE(readAt(buffer, value, length)) << wire::hex(encoding) << " room " << room;
-      EXPECT_EQ(expected, value) << wire::hex(encoding) << " room " << room;
-      EXPECT_EQ(expectedLength, length) << wire::hex(encoding) << " room " << room;
-    }
-    // Cut off before its last byte: reported, and the position stays.
-    for (size_t cut = 0; cut < encoding.size(); ++cut) {
-      uint64_t value;
-      size_t length;
-      EXPECT_FALSE(readAt(encoding.substr(0, cut), value, length))
-          << wire::hex(encoding) << " cut " << cut;
-      EXPECT_EQ(0u, length);
+    for (size_t before = 0; before <= 9; ++before) {
+      for (bool floor : {false, true}) {
+        for (size_t room = 0; room <= 12; ++room) {
+          const std::string buffer = encoding + std::string(room, '\xFF');
+          uint64_t value;
+          size_t length;
+          SCOPED_TRACE(wire::hex(encoding) + " before " + std::to_string(before) +
+                       (floor ? " readable" : "") + " room " + std::to_string(room));
+          ASSERT_TRUE(readAt(buffer, value, length, before, floor));
+          EXPECT_EQ(expected, value);
+          EXPECT_EQ(expectedLength, length);
+        }
+        // Cut off before its last byte: reported, and the position stays.
+        for (size_t cut = 0; cut < encoding.size(); ++cut) {
+          uint64_t value;
+          size_t length;
+          SCOPED_TRACE(wire::hex(encoding) + " before " + std::to_string(before) +
+                       (floor ? " readable" : "") + " cut " + std::to_string(cut));
+          EXPECT_FALSE(readAt(encoding.substr(0, cut), value, length, before, floor));
+          EXPECT_EQ(0u, length);
+        }
+      }
     }
   }
 }

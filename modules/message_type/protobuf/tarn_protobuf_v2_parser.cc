@@ -38,19 +38,20 @@ inline double widenFloat(uint32_t bits_) {
 // A varint cut off by pEnd_ reads as 0 and leaves pSrc_ at pEnd_: the walk
 // then sees field 0 (which no descriptor has) or a level that has ended.
 TARN_ALWAYS_INLINE uint64_t tarn_protobuf_v2_parser::_consumeVarint(const char*& pSrc_,
-                                                                    const char* pEnd_) {
+                                                                    const char* pEnd_,
+                                                                    const char* pFloor_) {
   if (__builtin_expect(pSrc_ < pEnd_ && static_cast<unsigned char>(*pSrc_) < 0x80, 1)) {
     return static_cast<unsigned char>(*pSrc_++);
   }
-  const varint_read read = _consumeVarintSlow(pSrc_, pEnd_);
+  const varint_read read = _consumeVarintSlow(pSrc_, pEnd_, pFloor_);
   pSrc_ = read.pNext;
   return read.value;
 }
 
 tarn_protobuf_v2_parser::varint_read tarn_protobuf_v2_parser::_consumeVarintSlow(
-    const char* pSrc_, const char* pEnd_) {
+    const char* pSrc_, const char* pEnd_, const char* pFloor_) {
   varint_read read;
-  if (readVarintLong(pSrc_, pEnd_, read.value)) {
+  if (readVarintLong(pSrc_, pEnd_, read.value, pFloor_)) {
     read.pNext = pSrc_;
   } else {
     read.value = 0;
@@ -102,15 +103,17 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
   const char*& pSrc = pSrc_;
   switch (decoder_) {
     case decode_varint:
-      tarn_message_value_set_entry_set_long(pValue_,
-                                            static_cast<int64_t>(_consumeVarint(pSrc, pEnd_)));
+      tarn_message_value_set_entry_set_long(
+          pValue_, static_cast<int64_t>(_consumeVarint(pSrc, pEnd_, _pBody)));
       break;
     case decode_varint_int32:
       tarn_message_value_set_entry_set_long(
-          pValue_, static_cast<int32_t>(static_cast<uint32_t>(_consumeVarint(pSrc, pEnd_))));
+          pValue_,
+          static_cast<int32_t>(static_cast<uint32_t>(_consumeVarint(pSrc, pEnd_, _pBody))));
       break;
     case decode_zigzag:
-      tarn_message_value_set_entry_set_long(pValue_, zigzagDecode(_consumeVarint(pSrc, pEnd_)));
+      tarn_message_value_set_entry_set_long(pValue_,
+                                            zigzagDecode(_consumeVarint(pSrc, pEnd_, _pBody)));
       break;
     // A value cut off by the end of the level is malformed, as a length
     // prefix running past it is; nothing beyond the level is read.
@@ -144,7 +147,7 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
       return pSrc != nullptr ? TARN_SUCCESS : TARN_FAILURE;
     case decode_message:
     case decode_block: {
-      const uint64_t length = _consumeVarint(pSrc, pEnd_);
+      const uint64_t length = _consumeVarint(pSrc, pEnd_, _pBody);
       // Compared with what is left, so no length can wrap the position.
       if (length > static_cast<uint64_t>(pEnd_ - pSrc)) return TARN_FAILURE;
       if (decoder_ == decode_message) {
@@ -167,6 +170,7 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
 }
 
 int tarn_protobuf_v2_parser::parse(const char* pSource_, size_t sourceLength_) {
+  _pBody = pSource_;
   parse_context context;
   context._pTable = _pRootTable;
   context._pSrc = pSource_;
@@ -234,7 +238,7 @@ int tarn_protobuf_v2_parser::_parseLevel(parse_context& context_) {
       ++p;
       decoder = pThis->decode[first & wiretype_mask];
     } else {
-      const uint64_t typeAndTag = _consumeVarint(p, pEnd);
+      const uint64_t typeAndTag = _consumeVarint(p, pEnd, _pBody);
       // The lookup takes an int: the low 32 bits of the number, as a signed
       // value, a conversion defined for every tag. Negative numbers and
       // numbers above the largest legal field number match no field and fail
@@ -312,7 +316,7 @@ const char* tarn_protobuf_v2_parser::_consumePacked(const field_entry& field_,
   const field_travel element = static_cast<field_travel>(field_.travel);
   if (!travelsPacked(element)) return nullptr;
 
-  const uint64_t length = _consumeVarint(pSrc_, pEnd_);
+  const uint64_t length = _consumeVarint(pSrc_, pEnd_, _pBody);
   if (length > static_cast<uint64_t>(pEnd_ - pSrc_)) return nullptr;
   const char* const pBlockEnd = pSrc_ + length;
 
@@ -326,20 +330,23 @@ const char* tarn_protobuf_v2_parser::_consumePacked(const field_entry& field_,
 
   // One loop per element kind, so that the kind is decided once per block.
   const char*& pSrc = pSrc_;
+  const char* const pFloor = _pBody;
   typedef tarn_message_value_set_entry entry;
   switch (type) {
     case FieldDescriptor::TYPE_INT32:
       // The low 32 bits, sign-extended.
-      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char* e_, entry* v_) {
-        tarn_message_value_set_entry_set_long(
-            v_, static_cast<int32_t>(static_cast<uint32_t>(_consumeVarint(p_, e_))));
-      });
+      _storeElements(
+          pValue_, pSrc, pBlockEnd, [pFloor](const char*& p_, const char* e_, entry* v_) {
+            tarn_message_value_set_entry_set_long(
+                v_, static_cast<int32_t>(static_cast<uint32_t>(_consumeVarint(p_, e_, pFloor))));
+          });
       break;
     case FieldDescriptor::TYPE_SINT32:
     case FieldDescriptor::TYPE_SINT64:
-      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char* e_, entry* v_) {
-        tarn_message_value_set_entry_set_long(v_, zigzagDecode(_consumeVarint(p_, e_)));
-      });
+      _storeElements(
+          pValue_, pSrc, pBlockEnd, [pFloor](const char*& p_, const char* e_, entry* v_) {
+            tarn_message_value_set_entry_set_long(v_, zigzagDecode(_consumeVarint(p_, e_, pFloor)));
+          });
       break;
     case FieldDescriptor::TYPE_FLOAT:
       _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char*, entry* v_) {
@@ -375,9 +382,11 @@ const char* tarn_protobuf_v2_parser::_consumePacked(const field_entry& field_,
     default:
       // int64, uint64, uint32, bool and enum: all 64 bits as sent.
       TARN_ASSERT(element == travel_varint);
-      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char* e_, entry* v_) {
-        tarn_message_value_set_entry_set_long(v_, static_cast<int64_t>(_consumeVarint(p_, e_)));
-      });
+      _storeElements(pValue_, pSrc, pBlockEnd,
+                     [pFloor](const char*& p_, const char* e_, entry* v_) {
+                       tarn_message_value_set_entry_set_long(
+                           v_, static_cast<int64_t>(_consumeVarint(p_, e_, pFloor)));
+                     });
       break;
   }
   return pSrc_;

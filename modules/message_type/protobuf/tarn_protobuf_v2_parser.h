@@ -110,6 +110,7 @@ class tarn_protobuf_v2_parser {
       : _pRootTable(pRootTable_),
         _valueSet(valueSet_),
         _findSet(findSet_),
+        _pBody(nullptr),
         _previousSibling(INVALID),
         _depth(0),
         _hashes(pRootTable_->slotsUsed) {}
@@ -123,8 +124,11 @@ class tarn_protobuf_v2_parser {
     uint64_t value;
     const char* pNext;
   };
-  static uint64_t _consumeVarint(const char*& pSrc_, const char* pEnd_);
-  static TARN_NOINLINE varint_read _consumeVarintSlow(const char* pSrc_, const char* pEnd_);
+  // pFloor_ is the body's first byte: every byte from it up to pEnd_ may be
+  // read, which lets a varint near the end of a level be loaded in one word.
+  static uint64_t _consumeVarint(const char*& pSrc_, const char* pEnd_, const char* pFloor_);
+  static TARN_NOINLINE varint_read _consumeVarintSlow(const char* pSrc_, const char* pEnd_,
+                                                      const char* pFloor_);
 
   class absent_fields;
   struct no_defaults;
@@ -167,6 +171,7 @@ class tarn_protobuf_v2_parser {
   const type_table* _pRootTable;
   tarn_message_xpath_value_set _valueSet;
   tarn_message_xpath_find_set _findSet;
+  const char* _pBody;         // the body's first byte
   uint32_t _previousSibling;  // newest entry stored at the level being walked
   uint32_t _depth;            // nested levels entered below the body
   path_hash_cache _hashes;

@@ -88,37 +88,52 @@ inline uint64_t loadFixed64(const char* p_) {
   return static_cast<uint64_t>(loadFixed32(p_)) | static_cast<uint64_t>(loadFixed32(p_ + 4)) << 32;
 }
 
-// Varints of any length, most usefully two bytes or more. With eight bytes
-// left, a varint that ends within them is decoded from one load without a
-// branch on its length: the first byte without the continuation bit marks
-// the end, everything above it is masked off, and the seven-bit groups are
-// packed together in three steps (pairs of groups, then pairs of pairs, then
-// the two halves). A varint's length varies from value to value in a real
-// feed, so a branch per byte would be mispredicted once per varint. Nine and
-// ten bytes take one more byte each; past ten bytes only the checked reading
-// knows where the varint ends. Past the 64th bit there is nowhere to put a
-// group: byte 9 adds bit 63 only, as the checked loop does. Plain inline, so
-// that a caller's own out-of-line slow path can hold it without a second
-// call.
-inline bool readVarintLong(const char*& pSrc_, const char* pEnd_, uint64_t& value_) {
-  if (pEnd_ - pSrc_ >= 8) {
+// The seven-bit groups of the eight bytes in word_ (the first byte lowest),
+// packed together in three steps: pairs of groups, then pairs of pairs, then
+// the two halves. Continuation bits are dropped.
+inline uint64_t packVarintGroups(uint64_t word_) {
+  uint64_t v = word_ & 0x7F7F7F7F7F7F7F7Full;
+  v = (v & 0x007F007F007F007Full) | ((v & 0x7F007F007F007F00ull) >> 1);
+  v = (v & 0x00003FFF00003FFFull) | ((v & 0x3FFF00003FFF0000ull) >> 2);
+  return (v & 0x000000000FFFFFFFull) | ((v & 0x0FFFFFFF00000000ull) >> 4);
+}
+
+// The varint at the start of word_, given ends_: the high bit of every byte
+// of word_ that may end it and has no continuation bit (not 0). Everything
+// above the first end is masked off; returns the varint's value and sets
+// length_ to its bytes.
+inline uint64_t varintInWord(uint64_t word_, uint64_t ends_, size_t& length_) {
+  length_ = (static_cast<unsigned>(__builtin_ctzll(ends_)) + 1) >> 3;
+  // ends_ ^ (ends_ - 1): every bit up to the first end.
+  return packVarintGroups(word_ & (ends_ ^ (ends_ - 1)));
+}
+
+// Varints of any length, most usefully two bytes or more. A varint's length
+// varies from value to value in a real feed, so a branch per byte would be
+// mispredicted once per varint: when the varint ends within eight bytes it
+// is decoded from one load without a branch on its length. With eight bytes
+// left they are loaded from pSrc_; with fewer, the eight bytes that end at
+// pEnd_ are loaded, when pFloor_ (the first byte the caller may read, or
+// null) says they are all readable, and the bytes before pSrc_ are shifted
+// out. Nine and ten bytes take one more byte each; past ten bytes only the
+// checked reading knows where the varint ends. Past the 64th bit there is
+// nowhere to put a group: byte 9 adds bit 63 only, as the checked loop does.
+// Plain inline, so that a caller's own out-of-line slow path can hold it
+// without a second call.
+inline bool readVarintLong(const char*& pSrc_, const char* pEnd_, uint64_t& value_,
+                           const char* pFloor_ = nullptr) {
+  const ptrdiff_t left = pEnd_ - pSrc_;
+  size_t length;
+  if (left >= 8) {
     const uint64_t word = loadFixed64(pSrc_);
     const uint64_t ends = ~word & 0x8080808080808080ull;
     if (ends != 0) {
-      // ends ^ (ends - 1): every bit up to the first end marker.
-      uint64_t v = word & (ends ^ (ends - 1)) & 0x7F7F7F7F7F7F7F7Full;
-      v = (v & 0x007F007F007F007Full) | ((v & 0x7F007F007F007F00ull) >> 1);
-      v = (v & 0x00003FFF00003FFFull) | ((v & 0x3FFF00003FFF0000ull) >> 2);
-      v = (v & 0x000000000FFFFFFFull) | ((v & 0x0FFFFFFF00000000ull) >> 4);
-      pSrc_ += (static_cast<unsigned>(__builtin_ctzll(ends)) + 1) >> 3;
-      value_ = v;
+      value_ = varintInWord(word, ends, length);
+      pSrc_ += length;
       return true;
     }
-    if (pEnd_ - pSrc_ >= static_cast<ptrdiff_t>(max_varint_bytes)) {
-      uint64_t v = word & 0x7F7F7F7F7F7F7F7Full;
-      v = (v & 0x007F007F007F007Full) | ((v & 0x7F007F007F007F00ull) >> 1);
-      v = (v & 0x00003FFF00003FFFull) | ((v & 0x3FFF00003FFF0000ull) >> 2);
-      v = (v & 0x000000000FFFFFFFull) | ((v & 0x0FFFFFFF00000000ull) >> 4);
+    if (left >= static_cast<ptrdiff_t>(max_varint_bytes)) {
+      uint64_t v = packVarintGroups(word);
       const uint64_t byte8 = static_cast<unsigned char>(pSrc_[8]);
       v |= (byte8 & 0x7F) << 56;
       if (byte8 < 0x80) {
@@ -133,6 +148,15 @@ inline bool readVarintLong(const char*& pSrc_, const char* pEnd_, uint64_t& valu
         return true;
       }
     }
+  } else if (left > 0 && pFloor_ != nullptr && pEnd_ - pFloor_ >= 8) {
+    const unsigned before = static_cast<unsigned>(8 - left) * 8;
+    const uint64_t word = loadFixed64(pEnd_ - 8) >> before;
+    // Only the bytes left may end the varint; none does when it is cut off.
+    const uint64_t ends = ~word & (0x8080808080808080ull >> before);
+    if (ends == 0) return false;
+    value_ = varintInWord(word, ends, length);
+    pSrc_ += length;
+    return true;
   }
   return readVarintChecked(pSrc_, pEnd_, value_);
 }
