@@ -127,6 +127,13 @@ inline bool readVarintLong(const char*& pSrc_, const char* pEnd_, uint64_t& valu
   if (left >= 8) {
     const uint64_t word = loadFixed64(pSrc_);
     const uint64_t ends = ~word & 0x8080808080808080ull;
+    // Two bytes, the most common length past one (small counts, lengths of
+    // short payloads), for a few instructions.
+    if ((ends & 0xFFFF) == 0x8000) {
+      pSrc_ += 2;
+      value_ = (word & 0x7F) | ((word >> 1) & 0x3F80);
+      return true;
+    }
     if (ends != 0) {
       value_ = varintInWord(word, ends, length);
       pSrc_ += length;
