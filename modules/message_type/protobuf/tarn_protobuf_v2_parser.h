@@ -65,7 +65,7 @@ class tarn_protobuf_v2_parser {
   // last, is never filled: a hit is one load and one compare.
   class path_hash_cache {
    public:
-    explicit path_hash_cache(uint32_t slotsUsed_) : _lookups(0), _misses(0), _on(true) {
+    explicit path_hash_cache(uint32_t slotsUsed_) : _hits(0), _conflicts(0), _on(true) {
       std::memset(_keys, 0,
                   (slotsUsed_ < memo_slot_count ? slotsUsed_ : memo_slot_count) * sizeof _keys[0]);
       _keys[memo_slot_count] = 0;
@@ -77,9 +77,11 @@ class tarn_protobuf_v2_parser {
     bool on() const { return _on; }
 
     TARN_ALWAYS_INLINE uint32_t hash(const field_entry& field_, uint32_t seed_) {
-      ++_lookups;
       const uint32_t i = field_.slot;
-      if (_keys[i] == (filled | seed_)) return _hashes[i];
+      if (_keys[i] == (filled | seed_)) {
+        ++_hits;
+        return _hashes[i];
+      }
       return _miss(field_, seed_);
     }
 
@@ -87,10 +89,13 @@ class tarn_protobuf_v2_parser {
     static constexpr uint64_t filled = uint64_t{1} << 32;
 
     TARN_NOINLINE uint32_t _miss(const field_entry& field_, uint32_t seed_) {
-      // Off once the misses outnumber the hits by more than 16.
-      if (++_misses * 2 > _lookups + 16) _on = false;
-      const uint32_t hash = tarn_message_xpath_hash_string(field_.name, field_.nameLength, seed_);
       const uint32_t i = field_.slot;
+      // A field met for the first time has nothing to hit, and every repeated
+      // message starts with a round of those. Only a miss that replaces
+      // another seed (or falls on the place never filled) says the pairs do
+      // not come back: off once those outnumber the hits by more than 8.
+      if ((i >= memo_slot_count || _keys[i] != 0) && ++_conflicts > _hits + 8) _on = false;
+      const uint32_t hash = tarn_message_xpath_hash_string(field_.name, field_.nameLength, seed_);
       if (i < memo_slot_count) {
         _keys[i] = filled | seed_;
         _hashes[i] = hash;
@@ -98,8 +103,8 @@ class tarn_protobuf_v2_parser {
       return hash;
     }
 
-    uint32_t _lookups;
-    uint32_t _misses;
+    uint32_t _hits;
+    uint32_t _conflicts;
     bool _on;
     uint64_t _keys[memo_slot_count + 1];  // filled | seed, or 0
     uint32_t _hashes[memo_slot_count + 1];
