@@ -160,8 +160,12 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
       pSrc += length;
       break;
     }
-    default:
+    case decode_fail:
       return TARN_FAILURE;
+    default:
+      // The tables hold only the decoders above: the jump needs no range
+      // check of its own.
+      __builtin_unreachable();
   }
   pValue_->raw_bytes = pValueStart_;
   pValue_->raw_bytes_length = static_cast<uint32_t>(pSrc - pValueStart_);
