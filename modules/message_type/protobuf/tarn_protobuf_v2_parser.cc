@@ -36,22 +36,47 @@ inline double widenFloat(uint32_t bits_) {
 }  // namespace
 
 // A varint cut off by pEnd_ reads as 0 and leaves pSrc_ at pEnd_: the walk
-// then sees field 0 (which no descriptor has) or a level that has ended. The
-// slow path returns the value rather than storing it, since nearly every
-// varint of two bytes or more is read here.
+// then sees field 0 (which no descriptor has) or a level that has ended.
 TARN_ALWAYS_INLINE uint64_t tarn_protobuf_v2_parser::_consumeVarint(const char*& pSrc_,
-                                                                    const char* pEnd_) {
+                                                                    const char* pEnd_,
+                                                                    const char* pFloor_) {
   if (__builtin_expect(pSrc_ < pEnd_ && static_cast<unsigned char>(*pSrc_) < 0x80, 1)) {
     return static_cast<unsigned char>(*pSrc_++);
   }
-  return _consumeVarintSlow(pSrc_, pEnd_);
+  const varint_read read = _consumeVarintSlow(pSrc_, pEnd_, pFloor_);
+  pSrc_ = read.pNext;
+  return read.value;
 }
 
-uint64_t tarn_protobuf_v2_parser::_consumeVarintSlow(const char*& pSrc_, const char* pEnd_) {
-  uint64_t value;
-  if (readVarintLong(pSrc_, pEnd_, value)) return value;
-  pSrc_ = pEnd_;
-  return 0;
+// A varint value, as opposed to a tag or a length: its length varies from
+// field to field with the number sent, so with eight bytes left it is taken
+// from one load whatever its length, without the one-byte test first.
+TARN_ALWAYS_INLINE uint64_t tarn_protobuf_v2_parser::_consumeVarintValue(const char*& pSrc_,
+                                                                         const char* pEnd_,
+                                                                         const char* pFloor_) {
+  if (__builtin_expect(pEnd_ - pSrc_ >= 8, 1)) {
+    const uint64_t word = loadFixed64(pSrc_);
+    const uint64_t ends = ~word & 0x8080808080808080ull;
+    if (__builtin_expect(ends != 0, 1)) {
+      size_t length;
+      const uint64_t value = varintInWord(word, ends, length);
+      pSrc_ += length;
+      return value;
+    }
+  }
+  return _consumeVarint(pSrc_, pEnd_, pFloor_);
+}
+
+tarn_protobuf_v2_parser::varint_read tarn_protobuf_v2_parser::_consumeVarintSlow(
+    const char* pSrc_, const char* pEnd_, const char* pFloor_) {
+  varint_read read;
+  if (readVarintLong(pSrc_, pEnd_, read.value, pFloor_)) {
+    read.pNext = pSrc_;
+  } else {
+    read.value = 0;
+    read.pNext = pEnd_;
+  }
+  return read;
 }
 
 TARN_ALWAYS_INLINE void tarn_protobuf_v2_parser::_initializeEntry(
@@ -92,19 +117,22 @@ tarn_protobuf_v2_parser::_insert(tarn_message_value_set_entry* pValue_) {
 
 TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
     tarn_message_value_set_entry* pValue_, const field_entry& field_, unsigned decoder_,
-    parse_context& context_, const char* pValueStart_, const char* pEnd_) {
-  const char*& pSrc = context_._pSrc;
+    const parse_context& context_, const char*& pSrc_, const char* pValueStart_,
+    const char* pEnd_) {
+  const char*& pSrc = pSrc_;
   switch (decoder_) {
     case decode_varint:
-      tarn_message_value_set_entry_set_long(pValue_,
-                                            static_cast<int64_t>(_consumeVarint(pSrc, pEnd_)));
+      tarn_message_value_set_entry_set_long(
+          pValue_, static_cast<int64_t>(_consumeVarintValue(pSrc, pEnd_, _pBody)));
       break;
     case decode_varint_int32:
       tarn_message_value_set_entry_set_long(
-          pValue_, static_cast<int32_t>(static_cast<uint32_t>(_consumeVarint(pSrc, pEnd_))));
+          pValue_,
+          static_cast<int32_t>(static_cast<uint32_t>(_consumeVarintValue(pSrc, pEnd_, _pBody))));
       break;
     case decode_zigzag:
-      tarn_message_value_set_entry_set_long(pValue_, zigzagDecode(_consumeVarint(pSrc, pEnd_)));
+      tarn_message_value_set_entry_set_long(pValue_,
+                                            zigzagDecode(_consumeVarintValue(pSrc, pEnd_, _pBody)));
       break;
     // A value cut off by the end of the level is malformed, as a length
     // prefix running past it is; nothing beyond the level is read.
@@ -134,14 +162,15 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
       pSrc += 4;
       break;
     case decode_packed:
-      return _consumePacked(field_, pValue_, context_, pValueStart_, pEnd_);
+      pSrc = _consumePacked(field_, pValue_, pValueStart_, pSrc, pEnd_);
+      return pSrc != nullptr ? TARN_SUCCESS : TARN_FAILURE;
     case decode_message:
     case decode_block: {
-      const uint64_t length = _consumeVarint(pSrc, pEnd_);
+      const uint64_t length = _consumeVarint(pSrc, pEnd_, _pBody);
       // Compared with what is left, so no length can wrap the position.
       if (length > static_cast<uint64_t>(pEnd_ - pSrc)) return TARN_FAILURE;
       if (decoder_ == decode_message) {
-        return _consumeMessage(pValue_, field_, context_, pValueStart_,
+        return _consumeMessage(pValue_, field_, context_, pSrc, pValueStart_,
                                static_cast<size_t>(length));
       }
       // The payload byte for byte, unchecked.
@@ -150,8 +179,12 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
       pSrc += length;
       break;
     }
-    default:
+    case decode_fail:
       return TARN_FAILURE;
+    default:
+      // The tables hold only the decoders above: the jump needs no range
+      // check of its own.
+      __builtin_unreachable();
   }
   pValue_->raw_bytes = pValueStart_;
   pValue_->raw_bytes_length = static_cast<uint32_t>(pSrc - pValueStart_);
@@ -160,6 +193,7 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
 }
 
 int tarn_protobuf_v2_parser::parse(const char* pSource_, size_t sourceLength_) {
+  _pBody = pSource_;
   parse_context context;
   context._pTable = _pRootTable;
   context._pSrc = pSource_;
@@ -205,7 +239,9 @@ int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
 
 template <typename Absent>
 int tarn_protobuf_v2_parser::_parseLevel(parse_context& context_) {
-  const char* const pEnd = context_._pSrc + context_._srcLength;
+  // The read position lives in a register for the whole level.
+  const char* p = context_._pSrc;
+  const char* const pEnd = p + context_._srcLength;
   const type_table& table = *context_._pTable;
   Absent absent;
   // The field of the previous occurrence and its path hash: a repeated field
@@ -214,18 +250,18 @@ int tarn_protobuf_v2_parser::_parseLevel(parse_context& context_) {
   uint32_t hash = 0;
   int thisIndex = -1;
 
-  while (context_._pSrc < pEnd) {
-    const char* const pValueStart = context_._pSrc;
+  while (p < pEnd) {
+    const char* const pValueStart = p;
     // A one-byte tag of a field numbered below 16 names its field through
     // the tag table; any other tag is split and looked up.
     const unsigned first = static_cast<unsigned char>(*pValueStart);
     const field_entry* pThis;
     unsigned decoder;
     if (first < 0x80 && (pThis = table.byTag[first]) != nullptr) {
-      ++context_._pSrc;
+      ++p;
       decoder = pThis->decode[first & wiretype_mask];
     } else {
-      const uint64_t typeAndTag = _consumeVarint(context_._pSrc, pEnd);
+      const uint64_t typeAndTag = _consumeVarint(p, pEnd, _pBody);
       // The lookup takes an int: the low 32 bits of the number, as a signed
       // value, a conversion defined for every tag. Negative numbers and
       // numbers above the largest legal field number match no field and fail
@@ -249,21 +285,22 @@ int tarn_protobuf_v2_parser::_parseLevel(parse_context& context_) {
 
     tarn_message_value_set_entry entry;
     _initializeEntry(&entry, *pField, hash, context_);
-    if (_consumeValue(&entry, *pField, decoder, context_, pValueStart, pEnd) != TARN_SUCCESS) {
+    if (_consumeValue(&entry, *pField, decoder, context_, p, pValueStart, pEnd) != TARN_SUCCESS) {
       return TARN_FAILURE;
     }
   }
+  context_._pSrc = p;
   return absent.finish(*this, context_);
 }
 
 TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeMessage(
-    tarn_message_value_set_entry* pValue_, const field_entry& field_, parse_context& context_,
-    const char* pValueStart_, size_t length_) {
+    tarn_message_value_set_entry* pValue_, const field_entry& field_, const parse_context& context_,
+    const char*& pSrc_, const char* pValueStart_, size_t length_) {
   // Refused before the entry is stored: a level too deep leaves nothing of
   // its field behind, like every other rejected value.
   if (!mayNest(_depth)) return TARN_FAILURE;
 
-  const char* const pPayload = context_._pSrc;
+  const char* const pPayload = pSrc_;
   pValue_->raw_bytes = pValueStart_;
   pValue_->raw_bytes_length = static_cast<uint32_t>(pPayload + length_ - pValueStart_);
 
@@ -280,7 +317,7 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeMessage(
   _ascend(uplevelPreviousSibling);
   if (result != TARN_SUCCESS) return TARN_FAILURE;
 
-  context_._pSrc = pPayload + length_;
+  pSrc_ = pPayload + length_;
   return TARN_SUCCESS;
 }
 
@@ -294,42 +331,45 @@ TARN_ALWAYS_INLINE void tarn_protobuf_v2_parser::_storeElements(
   }
 }
 
-int tarn_protobuf_v2_parser::_consumePacked(const field_entry& field_,
-                                            tarn_message_value_set_entry* pValue_,
-                                            parse_context& context_, const char* pValueStart_,
-                                            const char* pEnd_) {
+const char* tarn_protobuf_v2_parser::_consumePacked(const field_entry& field_,
+                                                    tarn_message_value_set_entry* pValue_,
+                                                    const char* pValueStart_, const char* pSrc_,
+                                                    const char* pEnd_) {
   const FieldDescriptor::Type type = static_cast<FieldDescriptor::Type>(field_.type);
   const field_travel element = static_cast<field_travel>(field_.travel);
-  if (!travelsPacked(element)) return TARN_FAILURE;
+  if (!travelsPacked(element)) return nullptr;
 
-  const uint64_t length = _consumeVarint(context_._pSrc, pEnd_);
-  if (length > static_cast<uint64_t>(pEnd_ - context_._pSrc)) return TARN_FAILURE;
-  const char* const pBlockEnd = context_._pSrc + length;
+  const uint64_t length = _consumeVarint(pSrc_, pEnd_, _pBody);
+  if (length > static_cast<uint64_t>(pEnd_ - pSrc_)) return nullptr;
+  const char* const pBlockEnd = pSrc_ + length;
 
   // Every element must lie inside its block, and the whole block is checked
   // before the first element is stored, so a bad block leaves nothing of its
   // field behind and elements never read into the bytes after the block.
-  if (!packedBlockWhole(element, context_._pSrc, static_cast<size_t>(length))) return TARN_FAILURE;
+  if (!packedBlockWhole(element, pSrc_, static_cast<size_t>(length))) return nullptr;
 
   pValue_->raw_bytes = pValueStart_;
   pValue_->raw_bytes_length = static_cast<uint32_t>(pBlockEnd - pValueStart_);
 
   // One loop per element kind, so that the kind is decided once per block.
-  const char*& pSrc = context_._pSrc;
+  const char*& pSrc = pSrc_;
+  const char* const pFloor = _pBody;
   typedef tarn_message_value_set_entry entry;
   switch (type) {
     case FieldDescriptor::TYPE_INT32:
       // The low 32 bits, sign-extended.
-      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char* e_, entry* v_) {
-        tarn_message_value_set_entry_set_long(
-            v_, static_cast<int32_t>(static_cast<uint32_t>(_consumeVarint(p_, e_))));
-      });
+      _storeElements(
+          pValue_, pSrc, pBlockEnd, [pFloor](const char*& p_, const char* e_, entry* v_) {
+            tarn_message_value_set_entry_set_long(
+                v_, static_cast<int32_t>(static_cast<uint32_t>(_consumeVarint(p_, e_, pFloor))));
+          });
       break;
     case FieldDescriptor::TYPE_SINT32:
     case FieldDescriptor::TYPE_SINT64:
-      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char* e_, entry* v_) {
-        tarn_message_value_set_entry_set_long(v_, zigzagDecode(_consumeVarint(p_, e_)));
-      });
+      _storeElements(
+          pValue_, pSrc, pBlockEnd, [pFloor](const char*& p_, const char* e_, entry* v_) {
+            tarn_message_value_set_entry_set_long(v_, zigzagDecode(_consumeVarint(p_, e_, pFloor)));
+          });
       break;
     case FieldDescriptor::TYPE_FLOAT:
       _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char*, entry* v_) {
@@ -365,12 +405,14 @@ int tarn_protobuf_v2_parser::_consumePacked(const field_entry& field_,
     default:
       // int64, uint64, uint32, bool and enum: all 64 bits as sent.
       TARN_ASSERT(element == travel_varint);
-      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char* e_, entry* v_) {
-        tarn_message_value_set_entry_set_long(v_, static_cast<int64_t>(_consumeVarint(p_, e_)));
-      });
+      _storeElements(pValue_, pSrc, pBlockEnd,
+                     [pFloor](const char*& p_, const char* e_, entry* v_) {
+                       tarn_message_value_set_entry_set_long(
+                           v_, static_cast<int64_t>(_consumeVarint(p_, e_, pFloor)));
+                     });
       break;
   }
-  return TARN_SUCCESS;
+  return pSrc_;
 }
 
 uint32_t tarn_protobuf_v2_parser::_descend() {

@@ -65,7 +65,7 @@ class tarn_protobuf_v2_parser {
   // last, is never filled: a hit is one load and one compare.
   class path_hash_cache {
    public:
-    explicit path_hash_cache(uint32_t slotsUsed_) : _lookups(0), _misses(0), _on(true) {
+    explicit path_hash_cache(uint32_t slotsUsed_) : _hits(0), _conflicts(0), _on(true) {
       std::memset(_keys, 0,
                   (slotsUsed_ < memo_slot_count ? slotsUsed_ : memo_slot_count) * sizeof _keys[0]);
       _keys[memo_slot_count] = 0;
@@ -77,9 +77,11 @@ class tarn_protobuf_v2_parser {
     bool on() const { return _on; }
 
     TARN_ALWAYS_INLINE uint32_t hash(const field_entry& field_, uint32_t seed_) {
-      ++_lookups;
       const uint32_t i = field_.slot;
-      if (_keys[i] == (filled | seed_)) return _hashes[i];
+      if (_keys[i] == (filled | seed_)) {
+        ++_hits;
+        return _hashes[i];
+      }
       return _miss(field_, seed_);
     }
 
@@ -87,10 +89,13 @@ class tarn_protobuf_v2_parser {
     static constexpr uint64_t filled = uint64_t{1} << 32;
 
     TARN_NOINLINE uint32_t _miss(const field_entry& field_, uint32_t seed_) {
-      // Off once the misses outnumber the hits by more than 16.
-      if (++_misses * 2 > _lookups + 16) _on = false;
-      const uint32_t hash = tarn_message_xpath_hash_string(field_.name, field_.nameLength, seed_);
       const uint32_t i = field_.slot;
+      // A field met for the first time has nothing to hit, and every repeated
+      // message starts with a round of those. Only a miss that replaces
+      // another seed (or falls on the place never filled) says the pairs do
+      // not come back: off once those outnumber the hits by more than 8.
+      if ((i >= memo_slot_count || _keys[i] != 0) && ++_conflicts > _hits + 8) _on = false;
+      const uint32_t hash = tarn_message_xpath_hash_string(field_.name, field_.nameLength, seed_);
       if (i < memo_slot_count) {
         _keys[i] = filled | seed_;
         _hashes[i] = hash;
@@ -98,8 +103,8 @@ class tarn_protobuf_v2_parser {
       return hash;
     }
 
-    uint32_t _lookups;
-    uint32_t _misses;
+    uint32_t _hits;
+    uint32_t _conflicts;
     bool _on;
     uint64_t _keys[memo_slot_count + 1];  // filled | seed, or 0
     uint32_t _hashes[memo_slot_count + 1];
@@ -110,6 +115,7 @@ class tarn_protobuf_v2_parser {
       : _pRootTable(pRootTable_),
         _valueSet(valueSet_),
         _findSet(findSet_),
+        _pBody(nullptr),
         _previousSibling(INVALID),
         _depth(0),
         _hashes(pRootTable_->slotsUsed) {}
@@ -117,8 +123,18 @@ class tarn_protobuf_v2_parser {
   [[nodiscard]] int parse(const char* pSource_, size_t sourceLength_);
 
  private:
-  static uint64_t _consumeVarint(const char*& pSrc_, const char* pEnd_);
-  static TARN_NOINLINE uint64_t _consumeVarintSlow(const char*& pSrc_, const char* pEnd_);
+  // A varint's value and the position after it, both returned in registers,
+  // so that a caller's read position never has to live in memory.
+  struct varint_read {
+    uint64_t value;
+    const char* pNext;
+  };
+  // pFloor_ is the body's first byte: every byte from it up to pEnd_ may be
+  // read, which lets a varint near the end of a level be loaded in one word.
+  static uint64_t _consumeVarint(const char*& pSrc_, const char* pEnd_, const char* pFloor_);
+  static uint64_t _consumeVarintValue(const char*& pSrc_, const char* pEnd_, const char* pFloor_);
+  static TARN_NOINLINE varint_read _consumeVarintSlow(const char* pSrc_, const char* pEnd_,
+                                                      const char* pFloor_);
 
   class absent_fields;
   struct no_defaults;
@@ -134,18 +150,23 @@ class tarn_protobuf_v2_parser {
   uint32_t _descend();
   void _ascend(uint32_t uplevelPreviousSibling_);
 
+  // Both read from pSrc_ (just after the tag) and leave it after the value;
+  // the level's read position stays a register of the level walk.
   [[nodiscard]] int _consumeValue(tarn_message_value_set_entry* pValue_, const field_entry& field_,
-                                  unsigned decoder_, parse_context& context_,
-                                  const char* pValueStart_, const char* pEnd_);
+                                  unsigned decoder_, const parse_context& context_,
+                                  const char*& pSrc_, const char* pValueStart_, const char* pEnd_);
   [[nodiscard]] int _consumeMessage(tarn_message_value_set_entry* pValue_,
-                                    const field_entry& field_, parse_context& context_,
-                                    const char* pValueStart_, size_t length_);
+                                    const field_entry& field_, const parse_context& context_,
+                                    const char*& pSrc_, const char* pValueStart_, size_t length_);
   template <typename Store>
   void _storeElements(tarn_message_value_set_entry* pValue_, const char*& pSrc_,
                       const char* pBlockEnd_, Store store_);
-  [[nodiscard]] int _consumePacked(const field_entry& field_, tarn_message_value_set_entry* pValue_,
-                                   parse_context& context_, const char* pValueStart_,
-                                   const char* pEnd_);
+  // Takes the position after the tag and returns the one after the block,
+  // or null for a malformed block.
+  [[nodiscard]] const char* _consumePacked(const field_entry& field_,
+                                           tarn_message_value_set_entry* pValue_,
+                                           const char* pValueStart_, const char* pSrc_,
+                                           const char* pEnd_);
 
   [[nodiscard]] int _insertDefaults(parse_context& context_, const omitted_ranges& ranges_,
                                     int lastFieldSeenIndex_);
@@ -156,6 +177,7 @@ class tarn_protobuf_v2_parser {
   const type_table* _pRootTable;
   tarn_message_xpath_value_set _valueSet;
   tarn_message_xpath_find_set _findSet;
+  const char* _pBody;         // the body's first byte
   uint32_t _previousSibling;  // newest entry stored at the level being walked
   uint32_t _depth;            // nested levels entered below the body
   path_hash_cache _hashes;
