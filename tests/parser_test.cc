@@ -157,6 +157,71 @@ TEST(ParserDecode, ValueEdges) {
             dump(unpacked));
 }
 
+// Length prefixes of one, two and three bytes, minimal or padded, far from
+// the end of the body or close to it, for strings and nested messages: each
+// payload starts right after its prefix and the entry spans tag, prefix and
+// payload. A prefix cut off by the end reads as 0; one running past the end
+// fails.
+TEST(ParserDecode, LengthPrefixesOfEveryWidth) {
+  const std::string trailer = fromHex("28 01");  // t_int32 = 1
+  const struct {
+    const char* name;
+    std::string prefix;
+    size_t payload;    // bytes after the prefix
+    bool withTrailer;  // another field after the payload
+    long length;       // the string's length, -1: the parse fails
+  } cases[] = {
+      {"one byte", fromHex("7F"), 127, true, 127},
+      {"two bytes", fromHex("80 01"), 128, true, 128},
+      {"two bytes, last field", fromHex("C8 01"), 200, false, 200},
+      {"two bytes, widest", fromHex("FF 7F"), 16383, true, 16383},
+      {"three bytes", fromHex("80 80 01"), 16384, false, 16384},
+      {"two bytes padded, near the end", fromHex("85 00"), 5, false, 5},
+      {"two bytes padded, far from the end", fromHex("85 00"), 5, true, 5},
+      {"three bytes padded", fromHex("83 80 00"), 3, true, 3},
+      {"two bytes past the end", fromHex("C8 01"), 199, false, -1},
+      {"two bytes past the end, field after", fromHex("C8 01"), 197, true, -1},
+      {"cut off by the end", fromHex("80"), 0, false, 0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string payload(c.payload, 'x');
+    const std::string field = fromHex("4A") + c.prefix + payload;  // t_string
+    const std::string body = c.withTrailer ? field + trailer : field;
+    Parsed p(type("AllTypes"), body);
+    if (c.length < 0) {
+      EXPECT_EQ("fail", values(p, body));
+      continue;
+    }
+    ASSERT_EQ(0, p.status());
+    ASSERT_EQ(c.withTrailer ? 2u : 1u, p.size());
+    EXPECT_EQ(static_cast<long>(1 + c.prefix.size()), p.offset(p[0].string_rep));
+    EXPECT_EQ(static_cast<uint32_t>(c.length), p[0].string_rep_length);
+    EXPECT_EQ(0, p.offset(p[0].raw_bytes));
+    EXPECT_EQ(field.size(), p[0].raw_bytes_length);
+    if (c.withTrailer) {
+      EXPECT_EQ("=1", value(p, p[1]));
+    }
+
+    // The same prefix in front of a nested message N whose one field s fills
+    // it: the message entry spans the field, s starts after N's own prefix.
+    if (c.payload < 2 || c.payload - 2 >= 128) continue;
+    const std::string inner = fromHex("0A") + std::string(1, static_cast<char>(c.payload - 2)) +
+                              std::string(c.payload - 2, 'y');
+    const std::string message = fromHex("5A") + c.prefix + inner;  // t_message
+    const std::string nested = c.withTrailer ? message + trailer : message;
+    Parsed n(type("AllTypes"), nested);
+    ASSERT_EQ(0, n.status());
+    // t_message, its s and the default of d, then the trailer.
+    ASSERT_EQ(c.withTrailer ? 4u : 3u, n.size());
+    EXPECT_EQ(message.size(), n[0].raw_bytes_length);
+    EXPECT_EQ(0u, n[1].parent);
+    EXPECT_EQ(static_cast<long>(1 + c.prefix.size()), n.offset(n[1].raw_bytes));
+    EXPECT_EQ(static_cast<long>(3 + c.prefix.size()), n.offset(n[1].string_rep));
+    EXPECT_EQ(c.payload - 2, n[1].string_rep_length);
+  }
+}
+
 // Wide: field fI has number I + 1 and default 100 + I; sent fields carry 1000 + I.
 // Defaults follow the present fields, range by range in the order the omitted
 // ranges were made (each split appends its upper part), then the trailing fields.

@@ -67,6 +67,28 @@ TARN_ALWAYS_INLINE uint64_t tarn_protobuf_v2_parser::_consumeVarintValue(const c
   return _consumeVarint(pSrc_, pEnd_, pFloor_);
 }
 
+// A length prefix: one byte for short payloads, two for most nested
+// messages (a payload of 128 bytes to 16 KiB). Both are taken here without
+// a call; longer prefixes, and prefixes near the end of the level, go the
+// slow way.
+TARN_ALWAYS_INLINE uint64_t tarn_protobuf_v2_parser::_consumeLength(const char*& pSrc_,
+                                                                    const char* pEnd_,
+                                                                    const char* pFloor_) {
+  if (__builtin_expect(pSrc_ < pEnd_ && static_cast<unsigned char>(*pSrc_) < 0x80, 1)) {
+    return static_cast<unsigned char>(*pSrc_++);
+  }
+  if (pEnd_ - pSrc_ >= 8) {
+    const uint64_t word = loadFixed64(pSrc_);
+    if ((word & 0x8000) == 0) {
+      pSrc_ += 2;
+      return (word & 0x7F) | ((word >> 1) & 0x3F80);
+    }
+  }
+  const varint_read read = _consumeVarintSlow(pSrc_, pEnd_, pFloor_);
+  pSrc_ = read.pNext;
+  return read.value;
+}
+
 tarn_protobuf_v2_parser::varint_read tarn_protobuf_v2_parser::_consumeVarintSlow(
     const char* pSrc_, const char* pEnd_, const char* pFloor_) {
   varint_read read;
@@ -166,7 +188,7 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
       return pSrc != nullptr ? TARN_SUCCESS : TARN_FAILURE;
     case decode_message:
     case decode_block: {
-      const uint64_t length = _consumeVarint(pSrc, pEnd_, _pBody);
+      const uint64_t length = _consumeLength(pSrc, pEnd_, _pBody);
       // Compared with what is left, so no length can wrap the position.
       if (length > static_cast<uint64_t>(pEnd_ - pSrc)) return TARN_FAILURE;
       if (decoder_ == decode_message) {

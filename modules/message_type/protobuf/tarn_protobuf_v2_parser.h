@@ -132,6 +132,7 @@ class tarn_protobuf_v2_parser {
   // pFloor_ is the body's first byte: every byte from it up to pEnd_ may be
   // read, which lets a varint near the end of a level be loaded in one word.
   static uint64_t _consumeVarint(const char*& pSrc_, const char* pEnd_, const char* pFloor_);
+  static uint64_t _consumeLength(const char*& pSrc_, const char* pEnd_, const char* pFloor_);
   static uint64_t _consumeVarintValue(const char*& pSrc_, const char* pEnd_, const char* pFloor_);
   static TARN_NOINLINE varint_read _consumeVarintSlow(const char* pSrc_, const char* pEnd_,
                                                       const char* pFloor_);

@@ -75,9 +75,24 @@ inline bool readVarintChecked(const char*& pSrc_, const char* pEnd_, uint64_t& v
 // at once.
 //
 // Fixed-width values are little-endian on the wire and sit at any byte
-// position: they are assembled from single bytes, so neither the host's byte
-// order nor alignment matters (compilers turn this into one load on x86-64).
-// The caller has checked that the bytes are there.
+// position. On a little-endian host they are copied as they are, which is one
+// unaligned load whatever the surrounding code (assembling bytes is left to
+// the compiler to fuse, and it does not always, e.g. at negative offsets);
+// elsewhere they are assembled from single bytes. The caller has checked that
+// the bytes are there.
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+inline uint32_t loadFixed32(const char* p_) {
+  uint32_t value;
+  __builtin_memcpy(&value, p_, sizeof value);
+  return value;
+}
+
+inline uint64_t loadFixed64(const char* p_) {
+  uint64_t value;
+  __builtin_memcpy(&value, p_, sizeof value);
+  return value;
+}
+#else
 inline uint32_t loadFixed32(const char* p_) {
   const unsigned char* p = reinterpret_cast<const unsigned char*>(p_);
   return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
@@ -87,6 +102,7 @@ inline uint32_t loadFixed32(const char* p_) {
 inline uint64_t loadFixed64(const char* p_) {
   return static_cast<uint64_t>(loadFixed32(p_)) | static_cast<uint64_t>(loadFixed32(p_ + 4)) << 32;
 }
+#endif
 
 // The seven-bit groups of the eight bytes in word_ (the first byte lowest),
 // packed together in three steps: pairs of groups, then pairs of pairs, then
