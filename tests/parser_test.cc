@@ -222,6 +222,38 @@ TEST(ParserDecode, LengthPrefixesOfEveryWidth) {
   }
 }
 
+// Varint values of every length, with another field behind them (so that the
+// value is read from a word with room to spare) and as the last bytes of the
+// body: each reads the same and the entry spans its tag and value exactly.
+TEST(ParserDecode, VarintValuesOfEveryLength) {
+  const std::string trailer = fromHex("28 01");             // t_int32 = 1
+  std::vector<std::pair<std::string, std::string>> values;  // encoding, t_int64's value
+  for (int k = 1; k <= 9; ++k)                              // the smallest value of k bytes
+    values.emplace_back(wire::varintBytes(uint64_t{1} << (7 * (k - 1))),
+                        "=" + std::to_string(int64_t{1} << (7 * (k - 1))));
+  values.emplace_back(wire::varintBytes(uint64_t{1} << 63), "=-9223372036854775808");
+  values.emplace_back(fromHex("FF FF FF FF FF FF FF FF 7F"), "=9223372036854775807");
+  values.emplace_back(fromHex("80 80 80 80 80 80 80 80 01"), "=72057594037927936");
+  values.emplace_back(fromHex("80 80 80 80 80 80 80 80 80 01"), "=-9223372036854775808");
+  values.emplace_back(fromHex("81 80 80 80 80 80 80 80 80 80 01"), "=1");  // 11th byte dropped
+  for (const auto& [encoding, want] : values) {
+    SCOPED_TRACE(wire::hex(encoding));
+    const std::string field = fromHex("18") + encoding;  // t_int64
+    for (const bool withTrailer : {false, true}) {
+      const std::string body = withTrailer ? field + trailer : field;
+      Parsed p(type("AllTypes"), body);
+      ASSERT_EQ(0, p.status());
+      ASSERT_EQ(withTrailer ? 2u : 1u, p.size());
+      EXPECT_EQ(want, value(p, p[0]));
+      EXPECT_EQ(field.size(), p[0].raw_bytes_length);
+      if (withTrailer) {
+        EXPECT_EQ("=1", value(p, p[1]));
+        EXPECT_EQ(static_cast<long>(field.size()), p.offset(p[1].raw_bytes));
+      }
+    }
+  }
+}
+
 // Wide: field fI has number I + 1 and default 100 + I; sent fields carry 1000 + I.
 // Defaults follow the present fields, range by range in the order the omitted
 // ranges were made (each split appends its upper part), then the trailing fields.
