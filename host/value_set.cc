@@ -123,24 +123,27 @@ inline uint32_t storeUnkeyed(Impl& impl_, const tarn_message_value_set_entry& en
   if (index == impl_._allocCount) return growAndStore(impl_, entry_, false);
   const uint32_t hash = entry_.hash;
   if (__builtin_expect(hash == 0, 0)) return storeUnkeyed(impl_, entry_);
-  uint32_t slot = hash & impl_._bucketMask;
-  for (;;) {
-    const KeyData key = impl_._pKeys[slot];
-    if (key._hash == hash) {
-      Value& head = impl_._pValues[key._valueIndex];
-      ++head._arrayCount;
-      head._last = index;
-      place(impl_._pValues[index], entry_, key._valueIndex, index, 0);
-      impl_._storeCount = index + 1;
-      return index;
+  // Read before the copy, which the compiler must assume may overwrite them.
+  Value* const pValues = impl_._pValues;
+  KeyData* const pKeys = impl_._pKeys;
+  const uint32_t mask = impl_._bucketMask;
+  uint32_t slot = hash & mask;
+  while (pKeys[slot]._hash != hash) {
+    if (pKeys[slot]._hash == 0) {
+      if ((impl_._keyCount + 1) * 2 > impl_._bucketCount) return growAndStore(impl_, entry_, true);
+      pKeys[slot] = KeyData{hash, index};
+      ++impl_._keyCount;
+      return storeUnkeyed(impl_, entry_);
     }
-    if (key._hash == 0) break;
-    slot = (slot + 1) & impl_._bucketMask;
+    slot = (slot + 1) & mask;
   }
-  if ((impl_._keyCount + 1) * 2 > impl_._bucketCount) return growAndStore(impl_, entry_, true);
-  impl_._pKeys[slot] = KeyData{hash, index};
-  ++impl_._keyCount;
-  return storeUnkeyed(impl_, entry_);
+  const uint32_t first = pKeys[slot]._valueIndex;
+  place(pValues[index], entry_, first, index, 0);
+  Value& head = pValues[first];
+  ++head._arrayCount;
+  head._last = index;
+  impl_._storeCount = index + 1;
+  return index;
 }
 
 // Makes the room that store() found missing (key slots or entries), then

@@ -96,6 +96,7 @@ class merge_walk {
     const value_set::value_set_impl* pImpl;
     const value* pValues;
     uint32_t count;  // entries the set holds; bounds every index
+    bool keyed;      // holds entries and a key table to find them by
 
     const value* at(uint32_t index_) const { return pValues + index_; }
 
@@ -106,7 +107,7 @@ class merge_walk {
     // Index of the entry stored under hash_, or INVALID. The key table's
     // answer is checked against the entry count before the entry is used.
     uint32_t indexOf(uint32_t hash_) const {
-      if (count == 0 || hash_ == 0 || pImpl->_pKeys == nullptr) return INVALID;
+      if (!keyed || hash_ == 0) return INVALID;
       const value_set::key_data* pKey = pImpl->find(hash_);
       return pKey != nullptr && pKey->_valueIndex < count ? pKey->_valueIndex : INVALID;
     }
@@ -115,10 +116,11 @@ class merge_walk {
   static side sideOf(tarn_message_xpath_value_set set_) {
     const value_set::value_set_impl* pImpl =
         set_ ? static_cast<const value_set*>(set_)->_pValueSetImpl : nullptr;
-    side s = {pImpl, nullptr, 0};
+    side s = {pImpl, nullptr, 0, false};
     if (pImpl != nullptr && pImpl->_storeCount != 0 && pImpl->_pValues != nullptr) {
       s.pValues = pImpl->_pValues;
       s.count = pImpl->_storeCount;
+      s.keyed = pImpl->_pKeys != nullptr;
     }
     return s;
   }
@@ -170,7 +172,7 @@ class merge_walk {
   // Merges one level: the update entries chained from updSlot_ over the stored
   // entries chained from oldSlot_ (either INVALID for an empty side). Returns
   // the bytes the level leaves in the sink.
-  size_t _mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, const side& upd_, const side& old_);
+  size_t _mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, side upd_, side old_);
 
   // Field bytes reach the sink through one pending copy, which grows while
   // each copy starts where the last one ended: the fields of a level that go
@@ -200,8 +202,7 @@ template <typename Sink>
 const uint32_t merge_walk<Sink>::INVALID;
 
 template <typename Sink>
-size_t merge_walk<Sink>::_mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, const side& upd_,
-                                     const side& old_) {
+size_t merge_walk<Sink>::_mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, side upd_, side old_) {
   const size_t start = _offset();
 
   // Update walk: every update field of the level, replacing or merging. The
