@@ -1,5 +1,6 @@
 // The parse path allocates nothing while a level has at most 16 omitted
-// ranges, and one heap block once it has 17. Counted by replacing the global
+// ranges, and one heap block once it has 17; the merge and its room never
+// allocate. Counted by replacing the global
 // operator new for this test binary (the module's calls bind to it too);
 // skipped under sanitizers, which bring their own allocator.
 #include <gtest/gtest.h>
@@ -8,7 +9,9 @@
 #include <cstdlib>
 #include <new>
 
+#include "host/merge_bound.h"
 #include "module_fixture.h"
+#include "random_message.h"
 #include "wire.h"
 
 #ifndef TARN_TEST_SANITIZED
@@ -53,6 +56,36 @@ TEST(ParserAlloc, HeapOnlyBeyondSixteenOmittedRanges) {
     EXPECT_EQ(0, status);
     EXPECT_EQ(40u, set.size());  // sent fields plus defaults: every field once
     EXPECT_EQ(c.allocations, after - before);
+  }
+#endif
+}
+
+TEST(MergeAlloc, MergeAndRoomAllocateNothing) {
+#ifdef TARN_TEST_SANITIZED
+  GTEST_SKIP() << "allocation counting is off under sanitizers";
+#else
+  const auto* type = tarn_test::TestSchema::get().type("tarn.test.Rich");
+  for (uint64_t seed = 1; seed <= 20; ++seed) {
+    SCOPED_TRACE(seed);
+    const std::string storedBody = tarn_test::randomBody(type, 500 + 2 * seed);
+    const std::string updateBody = tarn_test::randomBody(type, 501 + 2 * seed);
+    tarn_host::ValueSet stored, update;
+    ASSERT_EQ(TARN_SUCCESS, tarn_test::parse(tarn_test::rich(), storedBody, stored));
+    ASSERT_EQ(TARN_SUCCESS, tarn_test::parse(tarn_test::rich(), updateBody, update));
+    const uint64_t room = tarn_host::mergeOutputBound(update, stored);
+    std::string segment(room, '\0');
+    tarn_delta_message_data delta = {};
+    delta.output.data = &segment[0];
+    delta.update_value_set = update.handle();
+    delta.source_value_set = stored.handle();
+    const long before = g_newCount.load();
+    const uint64_t roomAgain = tarn_host::mergeOutputBound(update, stored);
+    const int written = tarn_test::api().delta_publish_merge(&delta);
+    const long after = g_newCount.load();
+    EXPECT_EQ(room, roomAgain);
+    EXPECT_LE(static_cast<uint64_t>(written), room);
+    EXPECT_GT(written, 0);
+    EXPECT_EQ(0, after - before);
   }
 #endif
 }
