@@ -139,9 +139,10 @@ class merge_walk {
   // whole packed field (tag, length and every element) as their raw bytes. The
   // field is written once, for its first element; the later elements share
   // the byte range and add nothing. Two packed blocks of one field are two
-  // ranges and are both written, as a reader concatenates them.
+  // ranges and are both written, as a reader concatenates them. pPrevious_ is
+  // the previous sibling when it has bytes, else null.
   static bool repeatsRange(const value* pValue_, const value* pPrevious_) {
-    return pPrevious_ != nullptr && hasBytes(pPrevious_) && sameRange(pValue_, pPrevious_);
+    return pPrevious_ != nullptr && sameRange(pValue_, pPrevious_);
   }
 
   // The last entry of the packed run that the entry at at_ belongs to: the
@@ -212,10 +213,11 @@ size_t merge_walk<Sink>::_mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, side 
   for (uint32_t updChild = updSlot_; updChild < upd_.count && _steps != 0;) {
     --_steps;
     const value* el = upd_.at(updChild);
-    if (repeatsRange(el, pPrevious)) {
+    const bool bytes = hasBytes(el);
+    if (bytes && repeatsRange(el, pPrevious)) {
       updChild = runEnd(upd_, updChild);
       el = upd_.at(updChild);
-    } else if (hasBytes(el)) {
+    } else if (bytes) {
       // An entry without bytes (a schema default) writes nothing and leaves
       // the stored field in place: the stored walk below copies it.
       if (el->_hash != askedHash) {
@@ -252,7 +254,7 @@ size_t merge_walk<Sink>::_mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, side 
         _copy(el->_pRawBytes, el->_rawBytesLength);
       }
     }
-    pPrevious = el;
+    pPrevious = bytes ? el : nullptr;
     const uint32_t next = el->_nextSibling;
     if (!upd_.linksForward(updChild, next)) break;
     updChild = next;
@@ -267,12 +269,13 @@ size_t merge_walk<Sink>::_mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, side 
   for (uint32_t oldChild = oldSlot_; oldChild < old_.count && _steps != 0;) {
     --_steps;
     const value* el = old_.at(oldChild);
-    if (repeatsRange(el, pPrevious)) {
+    const bool bytes = hasBytes(el);
+    if (bytes && repeatsRange(el, pPrevious)) {
       // The later elements of a packed field write nothing whatever the
       // update holds.
       oldChild = runEnd(old_, oldChild);
       el = old_.at(oldChild);
-    } else if (hasBytes(el)) {
+    } else if (bytes) {
       if (el->_hash != askedHash) {
         askedHash = el->_hash;
         const uint32_t updIndex = upd_.indexOf(askedHash);
@@ -280,7 +283,7 @@ size_t merge_walk<Sink>::_mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, side 
       }
       if (!replaced) _copy(el->_pRawBytes, el->_rawBytesLength);
     }
-    pPrevious = el;
+    pPrevious = bytes ? el : nullptr;
     const uint32_t next = el->_nextSibling;
     if (!old_.linksForward(oldChild, next)) break;
     oldChild = next;
