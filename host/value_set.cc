@@ -118,7 +118,8 @@ inline uint32_t storeUnkeyed(Impl& impl_, const tarn_message_value_set_entry& en
 // hash 0 is stored without a key. Growth leaves through a tail call, so the
 // usual path saves no registers; out of line, so that the null mode's path
 // through tarn_message_xpath_update saves none either.
-[[gnu::noinline]] uint32_t store(Impl& impl_, const tarn_message_value_set_entry& entry_) {
+[[gnu::always_inline]] inline uint32_t store(Impl& impl_,
+                                             const tarn_message_value_set_entry& entry_) {
   const uint32_t index = impl_._storeCount;
   if (index == impl_._allocCount) return growAndStore(impl_, entry_, false);
   const uint32_t hash = entry_.hash;
@@ -146,13 +147,17 @@ inline uint32_t storeUnkeyed(Impl& impl_, const tarn_message_value_set_entry& en
   return index;
 }
 
+[[gnu::noinline]] uint32_t storeOutOfLine(Impl& impl_, const tarn_message_value_set_entry& entry_) {
+  return store(impl_, entry_);
+}
+
 // Makes the room that store() found missing (key slots or entries), then
 // stores.
 [[gnu::noinline, gnu::cold]] uint32_t growAndStore(Impl& impl_,
                                                    const tarn_message_value_set_entry& entry_,
                                                    bool keys_) {
   if (!(keys_ ? growKeys(impl_) : growValues(impl_))) return invalid;
-  return store(impl_, entry_);
+  return storeOutOfLine(impl_, entry_);
 }
 
 // Recording, a find set or discard mode.
@@ -162,7 +167,7 @@ inline uint32_t storeUnkeyed(Impl& impl_, const tarn_message_value_set_entry& en
   if (st_.pRecord != nullptr) st_.pRecord->push_back(*pEntry_);
   if (!wanted(static_cast<const tarn::tarn_xpath_hash_set*>(findSet_), *pEntry_)) return invalid;
   if (st_.mode == ValueSet::Mode::discard) return st_.submitted++;
-  return store(impl_, *pEntry_);
+  return storeOutOfLine(impl_, *pEntry_);
 }
 
 }  // namespace
