@@ -145,8 +145,8 @@ inline uint32_t storeUnkeyed(Impl& impl_, const tarn_message_value_set_entry& en
 // slot; a later one is chained to it through _array, and the first entry's
 // _last and _arrayCount follow. Hash 0 marks empty slots, so an entry with
 // hash 0 is stored without a key. Growth leaves through a tail call, so the
-// usual path saves no registers; out of line, so that the null mode's path
-// through tarn_message_xpath_update saves none either.
+// usual path calls nothing. Inlined into tarn_message_xpath_update after the
+// null mode's early return, which thus still saves no registers.
 [[gnu::always_inline]] inline uint32_t store(Impl& impl_,
                                              const tarn_message_value_set_entry& entry_) {
   const uint32_t index = impl_._storeCount;
@@ -176,6 +176,7 @@ inline uint32_t storeUnkeyed(Impl& impl_, const tarn_message_value_set_entry& en
   return index;
 }
 
+// The same store for the paths that are not the plain store's.
 [[gnu::noinline]] uint32_t storeOutOfLine(Impl& impl_, const tarn_message_value_set_entry& entry_) {
   return store(impl_, entry_);
 }
