@@ -173,7 +173,8 @@ class merge_walk {
   // Merges one level: the update entries chained from updSlot_ over the stored
   // entries chained from oldSlot_ (either INVALID for an empty side). Returns
   // the bytes the level leaves in the sink.
-  size_t _mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, side upd_, side old_);
+  size_t _mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, const side& updSide_,
+                     const side& oldSide_);
 
   // Field bytes reach the sink through one pending copy, which grows while
   // each copy starts where the last one ended: the fields of a level that go
@@ -203,7 +204,11 @@ template <typename Sink>
 const uint32_t merge_walk<Sink>::INVALID;
 
 template <typename Sink>
-size_t merge_walk<Sink>::_mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, side upd_, side old_) {
+size_t merge_walk<Sink>::_mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, const side& updSide_,
+                                     const side& oldSide_) {
+  // Copied once per level, so that the loops below keep them in registers.
+  const side upd_ = updSide_;
+  const side old_ = oldSide_;
   const size_t start = _offset();
 
   // Update walk: every update field of the level, replacing or merging. The
