@@ -102,32 +102,43 @@ inline T loadField(const T& field_) {
 // The copy the set keeps of a submitted entry, with the host's chaining of
 // repeated hashes in place of what the module wrote there.
 //
-// The module has just written the record field by field, so a load that spans
-// several of those writes cannot take its bytes from the store buffer and
-// waits until they reach the cache: a plain 16-byte copy of the first bytes
-// stalls every store of a packed element, whose value, value mask and type
-// are written afresh each time. Those first 16 bytes are read field by field;
-// the rest goes in 16-byte pieces, except that the host's three chaining
-// fields and the string length beside them are written as two 8-byte words
-// (little-endian, as the layout is x86-64's), which saves stores.
+// The module has just written the record field by field, so a wide load that
+// spans several of those writes cannot take its bytes from the store buffer
+// and waits until they reach the cache; a plain 80-byte copy stalls on every
+// entry (a packed element rewrites its value, value mask and type each time).
+// So every field is read with a load of its own width, and neighbouring
+// 32-bit fields, the host's three chaining fields among them, are paired into
+// 8-byte words (little-endian, as the layout is x86-64's) to save stores.
+// This costs instructions and saves more time than they take.
+inline uint64_t pair(uint32_t low_, uint32_t high_) {
+  return low_ | static_cast<uint64_t>(high_) << 32;
+}
+
+inline void word(char* pTo_, uint64_t value_) { std::memcpy(pTo_, &value_, 8); }
+
+static_assert(offsetof(Value, _valueMask) == 4 && offsetof(Value, _valueFlags) == 6 &&
+                  offsetof(Value, _typeHint) == 7 && sizeof(Value) == 80 &&
+                  offsetof(Value, _rawBytesLength) == 40 &&
+                  offsetof(Value, _stringRepLength) == 48 && offsetof(Value, _last) == 56 &&
+                  offsetof(Value, _parent) == 64 && offsetof(Value, _nextSibling) == 72,
+              "the words written below pair these fields with the ones after them");
+
 inline void place(Value& value_, const tarn_message_value_set_entry& entry_, uint32_t array_,
                   uint32_t last_, uint32_t arrayCount_) {
   char* pTo = reinterpret_cast<char*>(&value_);
-  const char* pFrom = reinterpret_cast<const char*>(&entry_);
-  value_._hash = loadField(entry_.hash);
-  value_._valueMask = loadField(entry_.value_mask);
-  value_._valueFlags = loadField(entry_.value_flags);
-  value_._typeHint = loadField(entry_.type_hint);
+  const uint32_t kinds = loadField(entry_.value_mask) |
+                         static_cast<uint32_t>(loadField(entry_.value_flags)) << 16 |
+                         static_cast<uint32_t>(loadField(entry_.type_hint)) << 24;
+  word(pTo, pair(loadField(entry_.hash), kinds));
   value_._lval = loadField(entry_.l);
-  std::memcpy(pTo + 16, pFrom + 16, 32);
-  const uint64_t lengthAndArray = entry_.string_rep_length | static_cast<uint64_t>(array_) << 32;
-  const uint64_t lastAndCount = last_ | static_cast<uint64_t>(arrayCount_) << 32;
-  static_assert(offsetof(Value, _stringRepLength) == 48 && offsetof(Value, _array) == 52 &&
-                    offsetof(Value, _last) == 56 && offsetof(Value, _arrayCount) == 60,
-                "the two words below cover these four fields");
-  std::memcpy(pTo + 48, &lengthAndArray, 8);
-  std::memcpy(pTo + 56, &lastAndCount, 8);
-  std::memcpy(pTo + 64, pFrom + 64, 16);
+  value_._pRawBytes = loadField(entry_.raw_bytes);
+  value_._pTagBytes = loadField(entry_.tag_bytes);
+  value_._pStringRep = loadField(entry_.string_rep);
+  word(pTo + 40, pair(loadField(entry_.raw_bytes_length), loadField(entry_.tag_length)));
+  word(pTo + 48, pair(loadField(entry_.string_rep_length), array_));
+  word(pTo + 56, pair(last_, arrayCount_));
+  word(pTo + 64, pair(loadField(entry_.parent), loadField(entry_.first_child)));
+  word(pTo + 72, pair(loadField(entry_.next_sibling), 0));  // and the padding behind it
 }
 
 uint32_t growAndStore(Impl& impl_, const tarn_message_value_set_entry& entry_, bool keys_);
