@@ -13,6 +13,8 @@
 // path hash is in the set or when its parent was kept, so asking for a nested
 // message keeps its whole subtree. A rejected entry gets the invalid index and
 // so its children, unless asked for themselves, are rejected too.
+//
+// When memory runs out an entry gets the invalid index and nothing is stored.
 #ifndef TARN_HOST_VALUE_SET_H
 #define TARN_HOST_VALUE_SET_H
 
@@ -48,7 +50,7 @@ class ValueSet {
   }
   std::vector<tarn_message_value_set_entry> entries() const;
 
-  // Indexes the host handed out (equals size() unless in discard mode).
+  // Indexes the host handed out: size() in store mode.
   uint32_t submitted() const;
 
   // Appends a copy of every record the module submits to tarn_message_xpath_update,

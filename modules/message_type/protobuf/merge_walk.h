@@ -26,13 +26,22 @@
 //   backwards, to itself or out of the set can only come from a damaged set and
 //   ends that walk. Index 0 is never a child or a later sibling, and the host's
 //   array marker 0xFFFFFFFE is never below the entry count, so both fail too.
+// - The elements of a packed field are stored one after another, chained in
+//   that order, and each carries the whole field's bytes. The walk writes the
+//   field for its first element and passes over the rest of the run in one
+//   step: it finds the last entry of the run by doubling, then halving, its
+//   stride over the following indexes (a few entries looked at, not every
+//   one), and goes on from that entry's own link. Only entries that the set
+//   holds and that come after the current one are looked at, so a damaged set
+//   still cannot turn the walk back or take it outside the set.
 // - A walk can thus neither loop nor leave the set, but links that share
-//   subtrees could still make the work grow without end. The merge visits at
-//   most updateCount + storedCount * (updateCount + 1) entries in all: a
-//   stored level is walked once per update entry merged into it (the same
-//   stored occurrence may receive several update occurrences of a repeated
-//   nested message), plus once at the top. Real sets never reach it; a damaged
-//   one stops there with every open length prefix still written.
+//   subtrees could still make the work grow without end. The merge takes at
+//   most updateCount + storedCount * (updateCount + 1) steps in all, one per
+//   entry or packed run visited: a stored level is walked once per update
+//   entry merged into it (the same stored occurrence may receive several
+//   update occurrences of a repeated nested message), plus once at the top.
+//   Real sets never reach it; a damaged one stops there with every open
+//   length prefix still written.
 // - Merges nest no deeper than the wire rules' nesting limit (wire_format.h).
 //
 // A sink provides:
@@ -64,48 +73,56 @@ class merge_walk {
   static const uint32_t INVALID = 0xFFFFFFFFu;
 
   // The walk sends everything to sink_, which it does not own.
-  explicit merge_walk(Sink& sink_) : _sink(sink_), _steps(0), _depth(0) {}
+  explicit merge_walk(Sink& sink_)
+      : _sink(sink_), _steps(0), _depth(0), _pPending(nullptr), _pendingLength(0) {}
 
   // Merges the update set over the stored set into the sink and returns the
   // bytes it leaves there. Either handle may be null or name an empty set.
   size_t run(tarn_message_xpath_value_set updateSet_, tarn_message_xpath_value_set previousSet_) {
-    value_set none;
-    none._pValueSetImpl = nullptr;
-    value_set& updSet = updateSet_ ? *static_cast<value_set*>(updateSet_) : none;
-    value_set& oldSet = previousSet_ ? *static_cast<value_set*>(previousSet_) : none;
-    const uint64_t updCount = entryCount(updSet);
-    const uint64_t oldCount = entryCount(oldSet);
-    _steps = updCount + oldCount * (updCount + 1);
+    const side upd = sideOf(updateSet_);
+    const side old = sideOf(previousSet_);
+    _steps = upd.count + static_cast<uint64_t>(old.count) * (upd.count + 1);
     _depth = 0;
-    return _mergeLevel(updCount ? 0 : INVALID, oldCount ? 0 : INVALID, updSet, oldSet);
+    const size_t written = _mergeLevel(upd.count ? 0 : INVALID, old.count ? 0 : INVALID, upd, old);
+    _flush();
+    return written;
   }
-
-  // Merges one level: the update entries chained from updSlot_ over the stored
-  // entries chained from oldSlot_ (either INVALID for an empty side). Returns
-  // the bytes the level leaves in the sink.
-  size_t _mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, tarn::tarn_xpath_value_set& updSet_,
-                     tarn::tarn_xpath_value_set& oldSet_);
 
  private:
-  static uint32_t entryCount(const value_set& set_) {
-    return set_._pValueSetImpl == nullptr ? 0 : set_._pValueSetImpl->_storeCount;
-  }
+  // What the walk reads of one set, loaded once: every write the sink makes
+  // may alias the storage as far as the compiler knows, so fields read
+  // through the set would be loaded again for every entry.
+  struct side {
+    const value_set::value_set_impl* pImpl;
+    const value* pValues;
+    uint32_t count;  // entries the set holds; bounds every index
+    bool keyed;      // holds entries and a key table to find them by
 
-  // The link test: the index names an entry of the set that comes after from_.
-  static bool linksForward(const value_set& set_, uint32_t from_, uint32_t to_) {
-    return to_ != 0 && to_ != INVALID && to_ < entryCount(set_) && to_ > from_;
-  }
+    const value* at(uint32_t index_) const { return pValues + index_; }
 
-  // Index of the entry stored under hash_, or INVALID. The key table's answer
-  // is checked against the entry count before the entry is used.
-  static uint32_t findIndex(const value_set& set_, uint32_t hash_) {
-    const uint32_t count = entryCount(set_);
-    if (count == 0 || set_._pValueSetImpl->_pKeys == nullptr) return INVALID;
-    const value* pFound = set_.fastFind(hash_);
-    if (pFound == nullptr) return INVALID;
-    const ptrdiff_t index = pFound - set_._pValueSetImpl->_pValues;
-    return index >= 0 && index < static_cast<ptrdiff_t>(count) ? static_cast<uint32_t>(index)
-                                                               : INVALID;
+    // The link test: the index names an entry of the set that comes after
+    // from_ (so it is neither 0 nor INVALID).
+    bool linksForward(uint32_t from_, uint32_t to_) const { return to_ > from_ && to_ < count; }
+
+    // Index of the entry stored under hash_, or INVALID. The key table's
+    // answer is checked against the entry count before the entry is used.
+    uint32_t indexOf(uint32_t hash_) const {
+      if (!keyed || hash_ == 0) return INVALID;
+      const value_set::key_data* pKey = pImpl->find(hash_);
+      return pKey != nullptr && pKey->_valueIndex < count ? pKey->_valueIndex : INVALID;
+    }
+  };
+
+  static side sideOf(tarn_message_xpath_value_set set_) {
+    const value_set::value_set_impl* pImpl =
+        set_ ? static_cast<const value_set*>(set_)->_pValueSetImpl : nullptr;
+    side s = {pImpl, nullptr, 0, false};
+    if (pImpl != nullptr && pImpl->_storeCount != 0 && pImpl->_pValues != nullptr) {
+      s.pValues = pImpl->_pValues;
+      s.count = pImpl->_storeCount;
+      s.keyed = pImpl->_pKeys != nullptr;
+    }
+    return s;
   }
 
   // An entry has bytes in its message when it has a length and a start;
@@ -114,72 +131,137 @@ class merge_walk {
     return pValue_->_rawBytesLength != 0 && pValue_->_pRawBytes != nullptr;
   }
 
+  static bool sameRange(const value* pA_, const value* pB_) {
+    return pA_->_pRawBytes == pB_->_pRawBytes && pA_->_rawBytesLength == pB_->_rawBytesLength;
+  }
+
   // The elements of a packed field are consecutive siblings that all carry the
   // whole packed field (tag, length and every element) as their raw bytes. The
   // field is written once, for its first element; the later elements share
   // the byte range and add nothing. Two packed blocks of one field are two
-  // ranges and are both written, as a reader concatenates them.
+  // ranges and are both written, as a reader concatenates them. pPrevious_ is
+  // the previous sibling when it has bytes, else null.
   static bool repeatsRange(const value* pValue_, const value* pPrevious_) {
-    return pPrevious_ != nullptr && pPrevious_->_pRawBytes == pValue_->_pRawBytes &&
-           pPrevious_->_rawBytesLength == pValue_->_rawBytesLength;
+    return pPrevious_ != nullptr && sameRange(pValue_, pPrevious_);
   }
 
+  // The last entry of the packed run that the entry at at_ belongs to: the
+  // highest index reached from at_ through entries that all carry its byte
+  // range, found by doubling the stride and then halving it.
+  static uint32_t runEnd(const side& side_, uint32_t at_) {
+    const value* pRun = side_.at(at_);
+    uint32_t inRun = at_;           // carries the run's range
+    uint32_t beyond = side_.count;  // does not, or is past the set's end
+    for (uint64_t stride = 1; stride < beyond - inRun; stride *= 2) {
+      const uint32_t probe = inRun + static_cast<uint32_t>(stride);
+      if (!sameRange(side_.at(probe), pRun)) {
+        beyond = probe;
+        break;
+      }
+      inRun = probe;
+    }
+    while (beyond - inRun > 1) {
+      const uint32_t middle = inRun + (beyond - inRun) / 2;
+      if (sameRange(side_.at(middle), pRun))
+        inRun = middle;
+      else
+        beyond = middle;
+    }
+    return inRun;
+  }
+
+  // Merges one level: the update entries chained from updSlot_ over the stored
+  // entries chained from oldSlot_ (either INVALID for an empty side). Returns
+  // the bytes the level leaves in the sink.
+  size_t _mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, const side& updSide_,
+                     const side& oldSide_);
+
+  // Field bytes reach the sink through one pending copy, which grows while
+  // each copy starts where the last one ended: the fields of a level that go
+  // out unchanged usually lie back to back in their message.
+  void _copy(const char* pSrc_, size_t n_) {
+    if (pSrc_ != _pPending + _pendingLength) {
+      _flush();
+      _pPending = pSrc_;
+    }
+    _pendingLength += n_;
+  }
+  void _flush() {
+    if (_pendingLength == 0) return;
+    _sink.copy(_pPending, _pendingLength);
+    _pendingLength = 0;
+  }
+  size_t _offset() const { return _sink.offset() + _pendingLength; }
+
   Sink& _sink;
-  uint64_t _steps;  // entries the merge may still visit
+  uint64_t _steps;  // entries and packed runs the merge may still visit
   unsigned _depth;  // nested merges now open
+  const char* _pPending;
+  size_t _pendingLength;
 };
 
 template <typename Sink>
 const uint32_t merge_walk<Sink>::INVALID;
 
 template <typename Sink>
-size_t merge_walk<Sink>::_mergeLevel(uint32_t updSlot_, uint32_t oldSlot_,
-                                     tarn::tarn_xpath_value_set& updSet_,
-                                     tarn::tarn_xpath_value_set& oldSet_) {
-  const size_t start = _sink.offset();
-  const uint32_t updCount = entryCount(updSet_);
-  const uint32_t oldCount = entryCount(oldSet_);
+size_t merge_walk<Sink>::_mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, const side& updSide_,
+                                     const side& oldSide_) {
+  // Copied once per level, so that the loops below keep them in registers.
+  const side upd_ = updSide_;
+  const side old_ = oldSide_;
+  const size_t start = _offset();
 
-  // Update walk: every update field of the level, replacing or merging.
+  // Update walk: every update field of the level, replacing or merging. The
+  // last look-up is kept, as repeated fields ask for one hash many times.
   const value* pPrevious = nullptr;
-  for (uint32_t updChild = updSlot_; updChild < updCount && _steps != 0;) {
+  uint32_t askedHash = 0, oldIndex = INVALID;
+  for (uint32_t updChild = updSlot_; updChild < upd_.count && _steps != 0;) {
     --_steps;
-    const value* el = updSet_.getBySlot(updChild);
-    // An entry without bytes (a schema default) writes nothing and leaves the
-    // stored field in place: the stored walk below copies it.
-    if (hasBytes(el) && !repeatsRange(el, pPrevious)) {
-      const uint32_t oldIndex = findIndex(oldSet_, el->_hash);
-      const value* pOldValue = oldIndex == INVALID ? nullptr : oldSet_.getBySlot(oldIndex);
+    const value* el = upd_.at(updChild);
+    const bool bytes = hasBytes(el);
+    if (bytes && repeatsRange(el, pPrevious)) {
+      updChild = runEnd(upd_, updChild);
+      el = upd_.at(updChild);
+    } else if (bytes) {
+      // An entry without bytes (a schema default) writes nothing and leaves
+      // the stored field in place: the stored walk below copies it.
+      if (el->_hash != askedHash) {
+        askedHash = el->_hash;
+        oldIndex = old_.indexOf(askedHash);
+      }
+      const value* pOldValue = oldIndex == INVALID ? nullptr : old_.at(oldIndex);
       const size_t oldTag =
           pOldValue ? tagLength(pOldValue->_pRawBytes, pOldValue->_rawBytesLength) : 0;
-      if (oldTag != 0 && mayNest(_depth) && linksForward(updSet_, updChild, el->_firstChild) &&
-          linksForward(oldSet_, oldIndex, pOldValue->_firstChild)) {
+      if (oldTag != 0 && mayNest(_depth) && upd_.linksForward(updChild, el->_firstChild) &&
+          old_.linksForward(oldIndex, pOldValue->_firstChild)) {
         // Both sides hold a nested message with children: merge them under
         // the stored tag. The length prefix is reserved from a guess (the
         // varint size of both fields' lengths together, which covers the
         // merged body in the usual case); the body moves only when its final
         // length needs a different number of bytes.
-        _sink.copy(pOldValue->_pRawBytes, oldTag);
+        _copy(pOldValue->_pRawBytes, oldTag);
+        _flush();
         const size_t bytesGuessed =
             varintSize(static_cast<uint32_t>(el->_rawBytesLength + pOldValue->_rawBytesLength));
         const size_t slot = _sink.offset();
         _sink.skip(bytesGuessed);
         ++_depth;
         const size_t writtenBytes =
-            _mergeLevel(el->_firstChild, pOldValue->_firstChild, updSet_, oldSet_);
+            _mergeLevel(el->_firstChild, pOldValue->_firstChild, upd_, old_);
         --_depth;
+        _flush();
         _sink.placeLength(slot, bytesGuessed, writtenBytes);
       } else {
         // A scalar, a string, a message new to the stored side, or a nested
         // message without children on one side (or a stored one whose bytes
         // hold no tag to write it under): the update's field replaces the
         // stored one whole.
-        _sink.copy(el->_pRawBytes, el->_rawBytesLength);
+        _copy(el->_pRawBytes, el->_rawBytesLength);
       }
     }
-    pPrevious = el;
+    pPrevious = bytes ? el : nullptr;
     const uint32_t next = el->_nextSibling;
-    if (!linksForward(updSet_, updChild, next)) break;
+    if (!upd_.linksForward(updChild, next)) break;
     updChild = next;
   }
 
@@ -187,22 +269,31 @@ size_t merge_walk<Sink>::_mergeLevel(uint32_t updSlot_, uint32_t oldSlot_,
   // repeated field the update carries is dropped with all its occurrences, so
   // repeated fields are replaced whole, never element by element.
   pPrevious = nullptr;
-  for (uint32_t oldChild = oldSlot_; oldChild < oldCount && _steps != 0;) {
+  askedHash = 0;
+  bool replaced = false;
+  for (uint32_t oldChild = oldSlot_; oldChild < old_.count && _steps != 0;) {
     --_steps;
-    const value* el = oldSet_.getBySlot(oldChild);
-    // The later elements of a packed field write nothing whatever the update
-    // holds, so they skip the look-up.
-    if (!repeatsRange(el, pPrevious)) {
-      const uint32_t updIndex = findIndex(updSet_, el->_hash);
-      const bool replaced = updIndex != INVALID && hasBytes(updSet_.getBySlot(updIndex));
-      if (!replaced && hasBytes(el)) _sink.copy(el->_pRawBytes, el->_rawBytesLength);
+    const value* el = old_.at(oldChild);
+    const bool bytes = hasBytes(el);
+    if (bytes && repeatsRange(el, pPrevious)) {
+      // The later elements of a packed field write nothing whatever the
+      // update holds.
+      oldChild = runEnd(old_, oldChild);
+      el = old_.at(oldChild);
+    } else if (bytes) {
+      if (el->_hash != askedHash) {
+        askedHash = el->_hash;
+        const uint32_t updIndex = upd_.indexOf(askedHash);
+        replaced = updIndex != INVALID && hasBytes(upd_.at(updIndex));
+      }
+      if (!replaced) _copy(el->_pRawBytes, el->_rawBytesLength);
     }
-    pPrevious = el;
+    pPrevious = bytes ? el : nullptr;
     const uint32_t next = el->_nextSibling;
-    if (!linksForward(oldSet_, oldChild, next)) break;
+    if (!old_.linksForward(oldChild, next)) break;
     oldChild = next;
   }
-  return _sink.offset() - start;
+  return _offset() - start;
 }
 
 #endif
