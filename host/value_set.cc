@@ -123,13 +123,13 @@ static_assert(offsetof(Value, _valueMask) == 4 && offsetof(Value, _valueFlags) =
                   offsetof(Value, _parent) == 64 && offsetof(Value, _nextSibling) == 72,
               "the words written below pair these fields with the ones after them");
 
-inline void place(Value& value_, const tarn_message_value_set_entry& entry_, uint32_t array_,
-                  uint32_t last_, uint32_t arrayCount_) {
+inline void place(Value& value_, const tarn_message_value_set_entry& entry_, uint32_t hash_,
+                  uint32_t array_, uint32_t last_, uint32_t arrayCount_) {
   char* pTo = reinterpret_cast<char*>(&value_);
   const uint32_t kinds = loadField(entry_.value_mask) |
                          static_cast<uint32_t>(loadField(entry_.value_flags)) << 16 |
                          static_cast<uint32_t>(loadField(entry_.type_hint)) << 24;
-  word(pTo, pair(loadField(entry_.hash), kinds));
+  word(pTo, pair(hash_, kinds));
   value_._lval = loadField(entry_.l);
   value_._pRawBytes = loadField(entry_.raw_bytes);
   value_._pTagBytes = loadField(entry_.tag_bytes);
@@ -144,9 +144,10 @@ inline void place(Value& value_, const tarn_message_value_set_entry& entry_, uin
 uint32_t growAndStore(Impl& impl_, const tarn_message_value_set_entry& entry_, bool keys_);
 
 // Appends entry_ as the first of its hash, with its key (if any) already placed.
-inline uint32_t storeUnkeyed(Impl& impl_, const tarn_message_value_set_entry& entry_) {
+inline uint32_t storeUnkeyed(Impl& impl_, const tarn_message_value_set_entry& entry_,
+                             uint32_t hash_) {
   const uint32_t index = impl_._storeCount;
-  place(impl_._pValues[index], entry_, 0, index, 1);
+  place(impl_._pValues[index], entry_, hash_, 0, index, 1);
   impl_._storeCount = index + 1;
   return index;
 }
@@ -163,9 +164,7 @@ inline uint32_t storeUnkeyed(Impl& impl_, const tarn_message_value_set_entry& en
   const uint32_t index = impl_._storeCount;
   if (index == impl_._allocCount) return growAndStore(impl_, entry_, false);
   const uint32_t hash = entry_.hash;
-  if (__builtin_expect(hash == 0, 0)) return storeUnkeyed(impl_, entry_);
-  // Read before the copy, which the compiler must assume may overwrite them.
-  Value* const pValues = impl_._pValues;
+  if (__builtin_expect(hash == 0, 0)) return storeUnkeyed(impl_, entry_, hash);
   KeyData* const pKeys = impl_._pKeys;
   const uint32_t mask = impl_._bucketMask;
   uint32_t slot = hash & mask;
@@ -174,16 +173,21 @@ inline uint32_t storeUnkeyed(Impl& impl_, const tarn_message_value_set_entry& en
       if ((impl_._keyCount + 1) * 2 > impl_._bucketCount) return growAndStore(impl_, entry_, true);
       pKeys[slot] = KeyData{hash, index};
       ++impl_._keyCount;
-      return storeUnkeyed(impl_, entry_);
+      return storeUnkeyed(impl_, entry_, hash);
     }
     slot = (slot + 1) & mask;
   }
   const uint32_t first = pKeys[slot]._valueIndex;
-  place(pValues[index], entry_, first, index, 0);
+  // Read after the probe, not with the other fields before it: the probe and
+  // the copy then each fit in the registers a call may clobber, and nothing
+  // is saved on the stack. Read before the writes, which the compiler must
+  // assume may overwrite it. The first entry's _last and _arrayCount go out
+  // as one word before the copy, which then needs none of the probe's values.
+  Value* const pValues = impl_._pValues;
   Value& head = pValues[first];
-  ++head._arrayCount;
-  head._last = index;
+  word(reinterpret_cast<char*>(&head) + 56, pair(index, loadField(head._arrayCount) + 1));
   impl_._storeCount = index + 1;
+  place(pValues[index], entry_, hash, first, index, 0);
   return index;
 }
 
