@@ -52,11 +52,11 @@ TEST(ValueSet, StoresChainsAndKeysEntriesExactly) {
   const std::vector<StoreCase> cases = {
       {"distinct hashes, one colliding with another's home slot",
        {},
-       {{1}, {9}, {7}},
+       {{1}, {17}, {7}},
        {0, 1, 2},
-       {{1, 0, 0, 1}, {9, 0, 1, 1}, {7, 0, 2, 1}},
-       {{1, 0}, {9, 1}, {7, 2}},
-       8},
+       {{1, 0, 0, 1}, {17, 0, 1, 1}, {7, 0, 2, 1}},
+       {{1, 0}, {17, 1}, {7, 2}},
+       16},
       {"repeated hashes chain to their first entry",
        {},
        {{3}, {5}, {3}, {5}, {5}},
@@ -71,20 +71,20 @@ TEST(ValueSet, StoresChainsAndKeysEntriesExactly) {
        {{0, 0, 0, 1}, {7, 0, 1, 1}, {0, 0, 2, 1}},
        {{7, 1}},
        8},
-      {"a table half full takes repeats without growing",
+      {"a table a quarter full takes repeats without growing",
        {},
-       {{1}, {2}, {3}, {4}, {4}},
-       {0, 1, 2, 3, 4},
-       {{1, 0, 0, 1}, {2, 0, 1, 1}, {3, 0, 2, 1}, {4, 0, 4, 2}, {4, 3, 4, 0}},
-       {{1, 0}, {2, 1}, {3, 2}, {4, 3}},
+       {{1}, {2}, {2}},
+       {0, 1, 2},
+       {{1, 0, 0, 1}, {2, 0, 2, 2}, {2, 1, 2, 0}},
+       {{1, 0}, {2, 1}},
        8},
-      {"a fifth key doubles the table",
+      {"a third key doubles the table, a fifth doubles it again",
        {},
-       {{1}, {2}, {3}, {4}, {17}},
+       {{1}, {2}, {17}, {4}, {33}},
        {0, 1, 2, 3, 4},
-       {{1, 0, 0, 1}, {2, 0, 1, 1}, {3, 0, 2, 1}, {4, 0, 3, 1}, {17, 0, 4, 1}},
-       {{1, 0}, {2, 1}, {3, 2}, {4, 3}, {17, 4}},
-       16},
+       {{1, 0, 0, 1}, {2, 0, 1, 1}, {17, 0, 2, 1}, {4, 0, 3, 1}, {33, 0, 4, 1}},
+       {{1, 0}, {2, 1}, {17, 2}, {4, 3}, {33, 4}},
+       32},
       // Asked for 20: its entry and its child are kept; 21 at the top and the
       // child of a rejected entry are not.
       {"a find set keeps what it names and the children of kept entries",
@@ -156,7 +156,7 @@ TEST(ValueSet, ManyKeysAndEntriesSurviveGrowth) {
     for (uint32_t h = 1; h <= 1000; ++h)
       ASSERT_EQ(round * 1000 + h - 1,
                 submit(set, nullptr, {h * 0x9E3779B1u}, round * 1000 + h - 1));
-  EXPECT_EQ(2048u, set.impl()._bucketCount);
+  EXPECT_EQ(4096u, set.impl()._bucketCount);
   for (uint32_t h = 1; h <= 1000; ++h) {
     const tarn::tarn_xpath_value* pFirst = set.set().fastFind(h * 0x9E3779B1u);
     ASSERT_EQ(tarn_message_xpath_get(set.handle(), h - 1), pFirst->entry()) << h;
