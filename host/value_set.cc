@@ -285,14 +285,19 @@ TARN_HOST_EXPORT uint32_t tarn_message_xpath_update(tarn_message_xpath_value_set
   return tarn_host::updateOther(impl, st, findSet, entry);
 }
 
+// Once per entry a parse stores, for its previous sibling. A set stores
+// entries only in store mode (the mode is fixed when the set is made), so an
+// index below the entry count answers at once and the mode is asked only for
+// the others.
 TARN_HOST_EXPORT tarn_message_value_set_entry* tarn_message_xpath_get(
     tarn_message_xpath_value_set valueSet, uint32_t index) {
   auto& impl = implOf(valueSet);
+  if (__builtin_expect(index < impl._storeCount, 1))
+    return reinterpret_cast<tarn_message_value_set_entry*>(impl._pValues + index);
   auto& st = tarn_host::state(impl);
   if (st.mode != tarn_host::ValueSet::Mode::store)
     return reinterpret_cast<tarn_message_value_set_entry*>(&st.scratch);
-  if (index >= impl._storeCount) return nullptr;
-  return reinterpret_cast<tarn_message_value_set_entry*>(impl._pValues + index);
+  return nullptr;
 }
 
 TARN_HOST_EXPORT void tarn_message_xpath_clear(tarn_message_xpath_value_set valueSet) {
