@@ -53,18 +53,25 @@ void setRoute(SetState& st_) {
                                                                             : Route::other;
 }
 
-// An empty slot for hash_ in a table with room; the table is at most a quarter
-// full.
+// An empty slot for hash_ in a table with room (see roomFor).
 KeyData& emptySlot(Impl& impl_, uint32_t hash_) {
   uint32_t slot = hash_ & impl_._bucketMask;
   while (impl_._pKeys[slot]._hash != 0) slot = (slot + 1) & impl_._bucketMask;
   return impl_._pKeys[slot];
 }
 
-// Doubles the key table, keeping it at most a quarter full: every probe meets
-// an empty slot, and a few dozen distinct paths seldom share a home slot, so a
-// store mostly finds its key at the first slot it looks at. False, with the table unchanged, when
-// memory runs out.
+// Whether the key table takes one more key without growing. It stays at most
+// half full, so every probe meets an empty slot. Up to 64 slots it stays at
+// most a quarter full, so that a message of 17 to 64 distinct paths gets 128
+// slots: its paths then seldom share a home slot, and a store mostly finds its
+// key at the first slot it looks at. Larger tables stay half full, as a clear
+// writes every slot.
+inline bool roomFor(const Impl& impl_, uint32_t keys_) {
+  return keys_ * (impl_._bucketCount <= 64 ? 4 : 2) <= impl_._bucketCount;
+}
+
+// Doubles the key table. False, with the table unchanged, when memory runs
+// out.
 [[gnu::noinline, gnu::cold]] bool growKeys(Impl& impl_) {
   const uint32_t oldCount = impl_._bucketCount;
   auto* pNew = static_cast<KeyData*>(std::calloc(oldCount * 2, sizeof(KeyData)));
@@ -173,7 +180,7 @@ inline uint32_t storeUnkeyed(Impl& impl_, const tarn_message_value_set_entry& en
   uint32_t slot = hash & mask;
   while (pKeys[slot]._hash != hash) {
     if (pKeys[slot]._hash == 0) {
-      if ((impl_._keyCount + 1) * 4 > impl_._bucketCount) return growAndStore(impl_, entry_, true);
+      if (!roomFor(impl_, impl_._keyCount + 1)) return growAndStore(impl_, entry_, true);
       pKeys[slot] = KeyData{hash, index};
       ++impl_._keyCount;
       return storeUnkeyed(impl_, entry_, hash);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <utility>
 #include <vector>
 
 #include "module_fixture.h"
@@ -156,7 +157,7 @@ TEST(ValueSet, ManyKeysAndEntriesSurviveGrowth) {
     for (uint32_t h = 1; h <= 1000; ++h)
       ASSERT_EQ(round * 1000 + h - 1,
                 submit(set, nullptr, {h * 0x9E3779B1u}, round * 1000 + h - 1));
-  EXPECT_EQ(4096u, set.impl()._bucketCount);
+  EXPECT_EQ(2048u, set.impl()._bucketCount);
   for (uint32_t h = 1; h <= 1000; ++h) {
     const tarn::tarn_xpath_value* pFirst = set.set().fastFind(h * 0x9E3779B1u);
     ASSERT_EQ(tarn_message_xpath_get(set.handle(), h - 1), pFirst->entry()) << h;
@@ -164,6 +165,25 @@ TEST(ValueSet, ManyKeysAndEntriesSurviveGrowth) {
     EXPECT_EQ(2000 + h - 1, pFirst->_last);
     EXPECT_EQ(h - 1, set[1000 + h - 1].array);
     EXPECT_EQ(-static_cast<int64_t>(2000 + h - 1), set[2000 + h - 1].l);
+  }
+}
+
+TEST(ValueSet, KeyTableSizeFollowsTheDistinctPaths) {
+  // Up to 16 keys the table is kept at most a quarter full, then at most half
+  // full: a message with a few dozen paths gets a sparse table, a large one a
+  // table that a clear can still wipe cheaply.
+  const std::pair<uint32_t, uint32_t> rows[] = {{2, 8},    {3, 16},   {4, 16},    {5, 32},
+                                                {8, 32},   {9, 64},   {16, 64},   {17, 128},
+                                                {64, 128}, {65, 256}, {128, 256}, {129, 512}};
+  for (const auto& [keys, buckets] : rows) {
+    tarn_host::ValueSet set;
+    for (uint32_t k = 1; k <= keys; ++k)
+      ASSERT_EQ(k - 1, submit(set, nullptr, {k * 0x9E3779B1u}, k - 1));
+    EXPECT_EQ(buckets, set.impl()._bucketCount) << keys << " keys";
+    EXPECT_EQ(keys, set.impl()._keyCount);
+    // A repeat of every hash adds entries, never slots.
+    for (uint32_t k = 1; k <= keys; ++k) submit(set, nullptr, {k * 0x9E3779B1u}, keys + k - 1);
+    EXPECT_EQ(buckets, set.impl()._bucketCount) << keys << " keys";
   }
 }
 
