@@ -53,15 +53,25 @@ void setRoute(SetState& st_) {
                                                                             : Route::other;
 }
 
-// An empty slot for hash_ in a table with room; the table is at most half full.
+// An empty slot for hash_ in a table with room (see roomFor).
 KeyData& emptySlot(Impl& impl_, uint32_t hash_) {
   uint32_t slot = hash_ & impl_._bucketMask;
   while (impl_._pKeys[slot]._hash != 0) slot = (slot + 1) & impl_._bucketMask;
   return impl_._pKeys[slot];
 }
 
-// Doubles the key table, keeping it at most half full so that every probe
-// meets an empty slot. False, with the table unchanged, when memory runs out.
+// Whether the key table takes one more key without growing. It stays at most
+// half full, so every probe meets an empty slot. Up to 64 slots it stays at
+// most a quarter full, so that a message of 17 to 64 distinct paths gets 128
+// slots: its paths then seldom share a home slot, and a store mostly finds its
+// key at the first slot it looks at. Larger tables stay half full, as a clear
+// writes every slot.
+inline bool roomFor(const Impl& impl_, uint32_t keys_) {
+  return keys_ * (impl_._bucketCount <= 64 ? 4 : 2) <= impl_._bucketCount;
+}
+
+// Doubles the key table. False, with the table unchanged, when memory runs
+// out.
 [[gnu::noinline, gnu::cold]] bool growKeys(Impl& impl_) {
   const uint32_t oldCount = impl_._bucketCount;
   auto* pNew = static_cast<KeyData*>(std::calloc(oldCount * 2, sizeof(KeyData)));
@@ -123,13 +133,13 @@ static_assert(offsetof(Value, _valueMask) == 4 && offsetof(Value, _valueFlags) =
                   offsetof(Value, _parent) == 64 && offsetof(Value, _nextSibling) == 72,
               "the words written below pair these fields with the ones after them");
 
-inline void place(Value& value_, const tarn_message_value_set_entry& entry_, uint32_t array_,
-                  uint32_t last_, uint32_t arrayCount_) {
+inline void place(Value& value_, const tarn_message_value_set_entry& entry_, uint32_t hash_,
+                  uint32_t array_, uint32_t last_, uint32_t arrayCount_) {
   char* pTo = reinterpret_cast<char*>(&value_);
   const uint32_t kinds = loadField(entry_.value_mask) |
                          static_cast<uint32_t>(loadField(entry_.value_flags)) << 16 |
                          static_cast<uint32_t>(loadField(entry_.type_hint)) << 24;
-  word(pTo, pair(loadField(entry_.hash), kinds));
+  word(pTo, pair(hash_, kinds));
   value_._lval = loadField(entry_.l);
   value_._pRawBytes = loadField(entry_.raw_bytes);
   value_._pTagBytes = loadField(entry_.tag_bytes);
@@ -144,9 +154,10 @@ inline void place(Value& value_, const tarn_message_value_set_entry& entry_, uin
 uint32_t growAndStore(Impl& impl_, const tarn_message_value_set_entry& entry_, bool keys_);
 
 // Appends entry_ as the first of its hash, with its key (if any) already placed.
-inline uint32_t storeUnkeyed(Impl& impl_, const tarn_message_value_set_entry& entry_) {
+inline uint32_t storeUnkeyed(Impl& impl_, const tarn_message_value_set_entry& entry_,
+                             uint32_t hash_) {
   const uint32_t index = impl_._storeCount;
-  place(impl_._pValues[index], entry_, 0, index, 1);
+  place(impl_._pValues[index], entry_, hash_, 0, index, 1);
   impl_._storeCount = index + 1;
   return index;
 }
@@ -163,27 +174,30 @@ inline uint32_t storeUnkeyed(Impl& impl_, const tarn_message_value_set_entry& en
   const uint32_t index = impl_._storeCount;
   if (index == impl_._allocCount) return growAndStore(impl_, entry_, false);
   const uint32_t hash = entry_.hash;
-  if (__builtin_expect(hash == 0, 0)) return storeUnkeyed(impl_, entry_);
-  // Read before the copy, which the compiler must assume may overwrite them.
-  Value* const pValues = impl_._pValues;
+  if (__builtin_expect(hash == 0, 0)) return storeUnkeyed(impl_, entry_, hash);
   KeyData* const pKeys = impl_._pKeys;
   const uint32_t mask = impl_._bucketMask;
   uint32_t slot = hash & mask;
   while (pKeys[slot]._hash != hash) {
     if (pKeys[slot]._hash == 0) {
-      if ((impl_._keyCount + 1) * 2 > impl_._bucketCount) return growAndStore(impl_, entry_, true);
+      if (!roomFor(impl_, impl_._keyCount + 1)) return growAndStore(impl_, entry_, true);
       pKeys[slot] = KeyData{hash, index};
       ++impl_._keyCount;
-      return storeUnkeyed(impl_, entry_);
+      return storeUnkeyed(impl_, entry_, hash);
     }
     slot = (slot + 1) & mask;
   }
   const uint32_t first = pKeys[slot]._valueIndex;
-  place(pValues[index], entry_, first, index, 0);
+  // Read after the probe, not with the other fields before it: the probe and
+  // the copy then each fit in the registers a call may clobber, and nothing
+  // is saved on the stack. Read before the writes, which the compiler must
+  // assume may overwrite it. The first entry's _last and _arrayCount go out
+  // as one word before the copy, which then needs none of the probe's values.
+  Value* const pValues = impl_._pValues;
   Value& head = pValues[first];
-  ++head._arrayCount;
-  head._last = index;
+  word(reinterpret_cast<char*>(&head) + 56, pair(index, loadField(head._arrayCount) + 1));
   impl_._storeCount = index + 1;
+  place(pValues[index], entry_, hash, first, index, 0);
   return index;
 }
 
@@ -278,14 +292,19 @@ TARN_HOST_EXPORT uint32_t tarn_message_xpath_update(tarn_message_xpath_value_set
   return tarn_host::updateOther(impl, st, findSet, entry);
 }
 
+// Once per entry a parse stores, for its previous sibling. A set stores
+// entries only in store mode (the mode is fixed when the set is made), so an
+// index below the entry count answers at once and the mode is asked only for
+// the others.
 TARN_HOST_EXPORT tarn_message_value_set_entry* tarn_message_xpath_get(
     tarn_message_xpath_value_set valueSet, uint32_t index) {
   auto& impl = implOf(valueSet);
+  if (__builtin_expect(index < impl._storeCount, 1))
+    return reinterpret_cast<tarn_message_value_set_entry*>(impl._pValues + index);
   auto& st = tarn_host::state(impl);
   if (st.mode != tarn_host::ValueSet::Mode::store)
     return reinterpret_cast<tarn_message_value_set_entry*>(&st.scratch);
-  if (index >= impl._storeCount) return nullptr;
-  return reinterpret_cast<tarn_message_value_set_entry*>(impl._pValues + index);
+  return nullptr;
 }
 
 TARN_HOST_EXPORT void tarn_message_xpath_clear(tarn_message_xpath_value_set valueSet) {

@@ -235,11 +235,11 @@ uint32_t store(tarn_host::ValueSet& set, uint32_t hash) {
 
 TEST(ValueSetLookup, ProbesFromTheHomeSlotAndWraps) {
   tarn_host::ValueSet set;
-  // Home slots under mask 7: 1 -> 1, 9 -> 1 (collides), 7 -> 7, 15 -> 7 (wraps to 0).
-  for (uint32_t hash : {1u, 9u, 7u, 15u}) store(set, hash);
-  ASSERT_EQ(8u, set.impl()._bucketCount);
+  // Home slots under mask 15: 1 -> 1, 17 -> 1 (collides), 15 -> 15, 31 -> 15 (wraps to 0).
+  for (uint32_t hash : {1u, 17u, 15u, 31u}) store(set, hash);
+  ASSERT_EQ(16u, set.impl()._bucketCount);
   const std::tuple<uint32_t, int, uint32_t> rows[] = {
-      {1, 1, 0}, {9, 2, 1}, {7, 7, 2}, {15, 0, 3}, {23, -1, 0} /* 7, 0, 1, 2, empty 3 */,
+      {1, 1, 0}, {17, 2, 1}, {15, 15, 2}, {31, 0, 3}, {47, -1, 0} /* 15, 0, 1, 2, empty 3 */,
       {4, -1, 0}};
   for (const auto& [hash, slot, index] : rows) {
     const KeyData* key = set.impl().find(hash);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <utility>
 #include <vector>
 
 #include "module_fixture.h"
@@ -52,11 +53,11 @@ TEST(ValueSet, StoresChainsAndKeysEntriesExactly) {
   const std::vector<StoreCase> cases = {
       {"distinct hashes, one colliding with another's home slot",
        {},
-       {{1}, {9}, {7}},
+       {{1}, {17}, {7}},
        {0, 1, 2},
-       {{1, 0, 0, 1}, {9, 0, 1, 1}, {7, 0, 2, 1}},
-       {{1, 0}, {9, 1}, {7, 2}},
-       8},
+       {{1, 0, 0, 1}, {17, 0, 1, 1}, {7, 0, 2, 1}},
+       {{1, 0}, {17, 1}, {7, 2}},
+       16},
       {"repeated hashes chain to their first entry",
        {},
        {{3}, {5}, {3}, {5}, {5}},
@@ -71,20 +72,20 @@ TEST(ValueSet, StoresChainsAndKeysEntriesExactly) {
        {{0, 0, 0, 1}, {7, 0, 1, 1}, {0, 0, 2, 1}},
        {{7, 1}},
        8},
-      {"a table half full takes repeats without growing",
+      {"a table a quarter full takes repeats without growing",
        {},
-       {{1}, {2}, {3}, {4}, {4}},
-       {0, 1, 2, 3, 4},
-       {{1, 0, 0, 1}, {2, 0, 1, 1}, {3, 0, 2, 1}, {4, 0, 4, 2}, {4, 3, 4, 0}},
-       {{1, 0}, {2, 1}, {3, 2}, {4, 3}},
+       {{1}, {2}, {2}},
+       {0, 1, 2},
+       {{1, 0, 0, 1}, {2, 0, 2, 2}, {2, 1, 2, 0}},
+       {{1, 0}, {2, 1}},
        8},
-      {"a fifth key doubles the table",
+      {"a third key doubles the table, a fifth doubles it again",
        {},
-       {{1}, {2}, {3}, {4}, {17}},
+       {{1}, {2}, {17}, {4}, {33}},
        {0, 1, 2, 3, 4},
-       {{1, 0, 0, 1}, {2, 0, 1, 1}, {3, 0, 2, 1}, {4, 0, 3, 1}, {17, 0, 4, 1}},
-       {{1, 0}, {2, 1}, {3, 2}, {4, 3}, {17, 4}},
-       16},
+       {{1, 0, 0, 1}, {2, 0, 1, 1}, {17, 0, 2, 1}, {4, 0, 3, 1}, {33, 0, 4, 1}},
+       {{1, 0}, {2, 1}, {17, 2}, {4, 3}, {33, 4}},
+       32},
       // Asked for 20: its entry and its child are kept; 21 at the top and the
       // child of a rejected entry are not.
       {"a find set keeps what it names and the children of kept entries",
@@ -164,6 +165,25 @@ TEST(ValueSet, ManyKeysAndEntriesSurviveGrowth) {
     EXPECT_EQ(2000 + h - 1, pFirst->_last);
     EXPECT_EQ(h - 1, set[1000 + h - 1].array);
     EXPECT_EQ(-static_cast<int64_t>(2000 + h - 1), set[2000 + h - 1].l);
+  }
+}
+
+TEST(ValueSet, KeyTableSizeFollowsTheDistinctPaths) {
+  // Up to 16 keys the table is kept at most a quarter full, then at most half
+  // full: a message with a few dozen paths gets a sparse table, a large one a
+  // table that a clear can still wipe cheaply.
+  const std::pair<uint32_t, uint32_t> rows[] = {{2, 8},    {3, 16},   {4, 16},    {5, 32},
+                                                {8, 32},   {9, 64},   {16, 64},   {17, 128},
+                                                {64, 128}, {65, 256}, {128, 256}, {129, 512}};
+  for (const auto& [keys, buckets] : rows) {
+    tarn_host::ValueSet set;
+    for (uint32_t k = 1; k <= keys; ++k)
+      ASSERT_EQ(k - 1, submit(set, nullptr, {k * 0x9E3779B1u}, k - 1));
+    EXPECT_EQ(buckets, set.impl()._bucketCount) << keys << " keys";
+    EXPECT_EQ(keys, set.impl()._keyCount);
+    // A repeat of every hash adds entries, never slots.
+    for (uint32_t k = 1; k <= keys; ++k) submit(set, nullptr, {k * 0x9E3779B1u}, keys + k - 1);
+    EXPECT_EQ(buckets, set.impl()._bucketCount) << keys << " keys";
   }
 }
 
