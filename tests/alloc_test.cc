@@ -42,15 +42,11 @@ uint64_t allocationsOf(const std::function<int()>& call_, int* pStatus_) {
 #endif
 }
 
+// A server clears a set before it parses into it again.
 int parseInto(tarn_message_type_context context_, const std::string& body_,
               tarn_host::ValueSet& set_, const tarn::tarn_xpath_hash_set* pFind_ = nullptr) {
   set_.clear();
-  tarn_input_message input = {};
-  input.message_type_context = context_;
-  input.data = body_.data();
-  input.byte_count = body_.size();
-  return pFind_ == nullptr ? api().parse_message(&input, set_.handle())
-                           : api().partial_parse_message(&input, pFind_, set_.handle());
+  return tarn_test::parse(context_, body_, set_, pFind_);
 }
 
 class Allocations : public ::testing::Test {

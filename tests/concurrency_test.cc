@@ -63,31 +63,21 @@ void expectSame(const std::vector<tarn_message_value_set_entry>& got_,
     ASSERT_TRUE(tarn_test::sameEntry(got_[n], want_[n])) << what_ << ", entry " << n;
 }
 
-int parseInto(tarn_message_type_context context_, const std::string& body_,
-              tarn_host::ValueSet& set_, const tarn::tarn_xpath_hash_set* pFind_) {
-  tarn_input_message input = {};
-  input.message_type_context = context_;
-  input.data = body_.data();
-  input.byte_count = body_.size();
-  return pFind_ == nullptr ? api().parse_message(&input, set_.handle())
-                           : api().partial_parse_message(&input, pFind_, set_.handle());
-}
-
 // Bodies are used in place (not copied), so raw pointers compare across runs.
 Outcome perform(const Job& job_, tarn_message_type_context context_) {
   Outcome o;
   tarn_host::ValueSet full, partial, stored, update;
-  o.parseStatus = parseInto(context_, job_.body, full, nullptr);
+  o.parseStatus = tarn_test::parse(context_, job_.body, full, nullptr);
   o.entries = full.entries();
-  o.partialStatus = parseInto(context_, job_.body, partial, job_.pFind);
+  o.partialStatus = tarn_test::parse(context_, job_.body, partial, job_.pFind);
   o.partialEntries = partial.entries();
   std::string buffer(job_.traceCapacity, '\0');
   tarn_trace_output_buffer output = {&buffer[0], buffer.size(), 0};
   tarn_trace_buffer input = {job_.body.data(), job_.body.size()};
   o.traceStatus = api().trace_message(context_, &input, &output);
   o.text = buffer.substr(0, output.length);
-  if (parseInto(context_, job_.body, stored, nullptr) == 0 &&
-      parseInto(context_, job_.update, update, nullptr) == 0)
+  if (tarn_test::parse(context_, job_.body, stored, nullptr) == 0 &&
+      tarn_test::parse(context_, job_.update, update, nullptr) == 0)
     o.merged = tarn_test::runMerge(update, stored, "", &o.mergeReturned);
   return o;
 }

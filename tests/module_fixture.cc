@@ -59,12 +59,14 @@ tarn_message_type_context context(const std::string& file, const std::string& ty
   return slot;
 }
 
-int parse(tarn_message_type_context context, const std::string& body, tarn_host::ValueSet& set) {
+int parse(tarn_message_type_context context, const std::string& body, tarn_host::ValueSet& set,
+          tarn_message_xpath_find_set findSet) {
   tarn_input_message input = {};
   input.message_type_context = context;
   input.data = body.data();
   input.byte_count = body.size();
-  return api().parse_message(&input, set.handle());
+  return findSet == nullptr ? api().parse_message(&input, set.handle())
+                            : api().partial_parse_message(&input, findSet, set.handle());
 }
 
 uint32_t pathHash(std::initializer_list<std::string> names, uint32_t base) {

@@ -34,8 +34,10 @@ tarn_message_type_context context(const std::string& file, const std::string& ty
                                   const std::string& dir = dataDir());
 inline tarn_message_type_context rich() { return context("rich.proto", "tarn.test.Rich"); }
 
-// Parses `body` into `set`; returns the module's status.
-int parse(tarn_message_type_context context, const std::string& body, tarn_host::ValueSet& set);
+// Parses `body` (in place) into `set`, partially when a find set is given;
+// returns the module's status.
+int parse(tarn_message_type_context context, const std::string& body, tarn_host::ValueSet& set,
+          tarn_message_xpath_find_set findSet = nullptr);
 
 // The path hash of names[0].names[1]... continued from `base`.
 uint32_t pathHash(std::initializer_list<std::string> names,
