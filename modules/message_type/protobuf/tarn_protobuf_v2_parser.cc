@@ -56,7 +56,7 @@ TARN_ALWAYS_INLINE uint64_t tarn_protobuf_v2_parser::_consumeVarintValue(const c
                                                                          const char* pFloor_) {
   if (__builtin_expect(pEnd_ - pSrc_ >= 8, 1)) {
     const uint64_t word = loadFixed64(pSrc_);
-    const uint64_t ends = ~word & 0x8080808080808080ull;
+    const uint64_t ends = varintEnds(word);
     if (__builtin_expect(ends != 0, 1)) {
       size_t length;
       const uint64_t value = varintInWord(word, ends, length);
@@ -81,7 +81,7 @@ TARN_ALWAYS_INLINE uint64_t tarn_protobuf_v2_parser::_consumeLength(const char*&
     const uint64_t word = loadFixed64(pSrc_);
     if ((word & 0x8000) == 0) {
       pSrc_ += 2;
-      return (word & 0x7F) | ((word >> 1) & 0x3F80);
+      return twoByteVarint(word);
     }
   }
   const varint_read read = _consumeVarintSlow(pSrc_, pEnd_, pFloor_);

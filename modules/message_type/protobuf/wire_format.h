@@ -114,6 +114,14 @@ inline uint64_t packVarintGroups(uint64_t word_) {
   return (v & 0x000000000FFFFFFFull) | ((v & 0x0FFFFFFF00000000ull) >> 4);
 }
 
+// The high bit of every byte of word_ that carries no continuation bit: the
+// bytes a varint read from word_ may end at.
+inline uint64_t varintEnds(uint64_t word_) { return ~word_ & 0x8080808080808080ull; }
+
+// The two-byte varint at the start of word_ (its first byte continues, its
+// second does not).
+inline uint64_t twoByteVarint(uint64_t word_) { return (word_ & 0x7F) | ((word_ >> 1) & 0x3F80); }
+
 // The varint at the start of word_, given ends_: the high bit of every byte
 // of word_ that may end it and has no continuation bit (not 0). Everything
 // above the first end is masked off; returns the varint's value and sets
@@ -142,12 +150,12 @@ inline bool readVarintLong(const char*& pSrc_, const char* pEnd_, uint64_t& valu
   size_t length;
   if (left >= 8) {
     const uint64_t word = loadFixed64(pSrc_);
-    const uint64_t ends = ~word & 0x8080808080808080ull;
+    const uint64_t ends = varintEnds(word);
     // Two bytes, the most common length past one (small counts, lengths of
     // short payloads), for a few instructions.
     if ((ends & 0xFFFF) == 0x8000) {
       pSrc_ += 2;
-      value_ = (word & 0x7F) | ((word >> 1) & 0x3F80);
+      value_ = twoByteVarint(word);
       return true;
     }
     if (ends != 0) {
@@ -175,7 +183,7 @@ inline bool readVarintLong(const char*& pSrc_, const char* pEnd_, uint64_t& valu
     const unsigned before = static_cast<unsigned>(8 - left) * 8;
     const uint64_t word = loadFixed64(pEnd_ - 8) >> before;
     // Only the bytes left may end the varint; none does when it is cut off.
-    const uint64_t ends = ~word & (0x8080808080808080ull >> before);
+    const uint64_t ends = ~word & (varintEnds(0) >> before);
     if (ends == 0) return false;
     value_ = varintInWord(word, ends, length);
     pSrc_ += length;
