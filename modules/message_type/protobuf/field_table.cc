@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <unordered_map>
+#include <unordered_set>
 
 using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
@@ -183,5 +184,25 @@ field_tables::field_tables(const Descriptor* root_) {
     t->byNumberArray = t->byNumber.data();
     t->byNumberCount = static_cast<uint32_t>(t->byNumber.size());
   }
-  for (const auto& t : _tables) t->slotsUsed = slot;
+  for (const auto& t : _tables) {
+    t->slotsUsed = slot;
+    t->recursive = reaches(*t, *t);
+  }
+}
+
+// Whether a message of type from_ can hold one of type to_, through any
+// chain of message fields.
+bool field_tables::reaches(const type_table& from_, const type_table& to_) {
+  std::vector<const type_table*> pending = {&from_};
+  std::unordered_set<const type_table*> seen;
+  while (!pending.empty()) {
+    const type_table* const t = pending.back();
+    pending.pop_back();
+    for (const field_entry& e : t->fields) {
+      if (e.nested == nullptr) continue;
+      if (e.nested == &to_) return true;
+      if (seen.insert(e.nested).second) pending.push_back(e.nested);
+    }
+  }
+  return false;
 }

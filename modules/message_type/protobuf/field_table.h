@@ -88,6 +88,10 @@ struct type_table {
   const google::protobuf::Descriptor* descriptor;
   std::vector<field_entry> fields;  // in declaration order: fields[i].index == i
   bool anyDefault;                  // whether some field declares a default
+  // Whether a message of this type can hold another of its own type, at any
+  // depth (a tree). Its levels differ from each other in their path seeds,
+  // so a parse keeps no path hashes for them.
+  bool recursive;
   // Field numbers up to byNumber.size() - 1 map to index + 1 (0: no field);
   // a type whose numbers are too sparse for that keeps them sorted instead.
   std::vector<uint32_t> byNumber;
@@ -136,6 +140,8 @@ class field_tables {
   const type_table* root() const { return _tables.front().get(); }
 
  private:
+  static bool reaches(const type_table& from_, const type_table& to_);
+
   std::vector<std::unique_ptr<type_table>> _tables;
 };
 

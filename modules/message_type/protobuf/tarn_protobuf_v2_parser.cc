@@ -330,7 +330,7 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeMessage(
   child._pTable = field_.nested;
   child._pSrc = pPayload;
   child._srcLength = length_;
-  child._repeats = context_._repeats || field_.is(field_repeated);
+  child._repeats = (context_._repeats || field_.is(field_repeated)) && !field_.nested->recursive;
   child._baseHash = tarn_message_xpath_hash_add_separator(pValue_->hash);
   child._rootIndex = _insert(pValue_);
 

@@ -32,7 +32,8 @@ class tarn_protobuf_v2_parser {
     uint32_t _rootIndex;  // entry of the enclosing message field, INVALID at the top
     // Whether this level lies inside a repeated message field: only there do
     // (seed, field) pairs come back after other fields, so only there is the
-    // hash cache worth its lookups.
+    // hash cache worth its lookups. Not for a type that can hold itself:
+    // a tree's levels each continue a different seed.
     bool _repeats;
   };
 
