@@ -1,9 +1,9 @@
 #include "field_table.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
 #include <unordered_map>
-#include <unordered_set>
 
 using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
@@ -184,25 +184,71 @@ field_tables::field_tables(const Descriptor* root_) {
     t->byNumberArray = t->byNumber.data();
     t->byNumberCount = static_cast<uint32_t>(t->byNumber.size());
   }
-  for (const auto& t : _tables) {
-    t->slotsUsed = slot;
-    t->recursive = reaches(*t, *t);
-  }
+  for (const auto& t : _tables) t->slotsUsed = slot;
+  markRecursive();
 }
 
-// Whether a message of type from_ can hold one of type to_, through any
-// chain of message fields.
-bool field_tables::reaches(const type_table& from_, const type_table& to_) {
-  std::vector<const type_table*> pending = {&from_};
-  std::unordered_set<const type_table*> seen;
-  while (!pending.empty()) {
-    const type_table* const t = pending.back();
-    pending.pop_back();
-    for (const field_entry& e : t->fields) {
-      if (e.nested == nullptr) continue;
-      if (e.nested == &to_) return true;
-      if (seen.insert(e.nested).second) pending.push_back(e.nested);
+// Marks the types that lie on a cycle of message fields, that is, the types
+// whose messages can hold one of their own type at some depth. The cycles are
+// the strongly connected components of the graph of message fields (Tarjan's
+// algorithm), walked with an explicit stack so that a schema of any size and
+// depth takes one pass and no deep recursion.
+void field_tables::markRecursive() {
+  const size_t count = _tables.size();
+  std::unordered_map<const type_table*, size_t> indexOf;
+  for (size_t i = 0; i < count; ++i) indexOf.emplace(_tables[i].get(), i);
+  const size_t unvisited = SIZE_MAX;
+  std::vector<size_t> order(count, unvisited);  // when each type was first reached
+  std::vector<size_t> low(count, 0);            // the earliest type on the stack it reaches
+  std::vector<bool> onStack(count, false);
+  std::vector<size_t> stack;
+  struct frame {
+    size_t type;
+    size_t nextField;
+  };
+  std::vector<frame> frames;
+  size_t reached = 0;
+  auto enter = [&](size_t type_) {
+    order[type_] = low[type_] = reached++;
+    stack.push_back(type_);
+    onStack[type_] = true;
+    frames.push_back({type_, 0});
+  };
+  for (size_t start = 0; start < count; ++start) {
+    if (order[start] != unvisited) continue;
+    enter(start);
+    while (!frames.empty()) {
+      const size_t v = frames.back().type;
+      type_table& table = *_tables[v];
+      if (frames.back().nextField < table.fields.size()) {
+        const type_table* const nested = table.fields[frames.back().nextField++].nested;
+        if (nested == nullptr) continue;
+        const size_t w = indexOf.at(nested);
+        if (w == v) table.recursive = true;  // a field of its own type
+        if (order[w] == unvisited) {
+          enter(w);
+        } else if (onStack[w]) {
+          low[v] = std::min(low[v], order[w]);
+        }
+        continue;
+      }
+      frames.pop_back();
+      if (!frames.empty()) {
+        const size_t parent = frames.back().type;
+        low[parent] = std::min(low[parent], low[v]);
+      }
+      if (low[v] != order[v]) continue;
+      // v roots a component: every member of one with more than one type
+      // lies on a cycle through the others.
+      size_t first = stack.size();
+      do --first;
+      while (stack[first] != v);
+      const bool cycle = stack.size() - first > 1;
+      for (size_t i = first; i < stack.size(); ++i) {
+        onStack[stack[i]] = false;
+        if (cycle) _tables[stack[i]]->recursive = true;
+      }
+      stack.resize(first);
     }
   }
-  return false;
 }

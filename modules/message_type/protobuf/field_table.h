@@ -140,7 +140,7 @@ class field_tables {
   const type_table* root() const { return _tables.front().get(); }
 
  private:
-  static bool reaches(const type_table& from_, const type_table& to_);
+  void markRecursive();
 
   std::vector<std::unique_ptr<type_table>> _tables;
 };
