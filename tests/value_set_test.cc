@@ -187,8 +187,6 @@ TEST(ValueSet, KeyTableSizeFollowsTheDistinctPaths) {
   }
 }
 
-}  // namespace
-
 // The sets that keep nothing: the benchmarks' measuring hosts. Both hand out
 // fresh indexes and answer every fetch with one scratch entry; a discarding
 // set still honours a find set (a partial parse's unwanted top-level entry
@@ -233,3 +231,5 @@ TEST(ValueSet, KeepNothingModesNumberAndFilterExactly) {
     EXPECT_EQ(0u, submit(set, nullptr, {5}, 0));
   }
 }
+
+}  // namespace
