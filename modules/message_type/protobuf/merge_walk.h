@@ -170,6 +170,31 @@ class merge_walk {
     return inRun;
   }
 
+  // Visits the entries of one level chained from slot_, each at most once and
+  // within the step budget: visit_(index, entry) for every entry with bytes,
+  // but for the later elements of a packed run, passed over as one step
+  // (they share the first element's bytes and add nothing). A link that does
+  // not lead forward ends the level, so a damaged set cannot loop.
+  template <typename Visit>
+  TARN_ALWAYS_INLINE void _walkLevel(const side& side_, uint32_t slot_, Visit visit_) {
+    const value* pPrevious = nullptr;
+    for (uint32_t child = slot_; child < side_.count && _steps != 0;) {
+      --_steps;
+      const value* el = side_.at(child);
+      const bool bytes = hasBytes(el);
+      if (bytes && repeatsRange(el, pPrevious)) {
+        child = runEnd(side_, child);
+        el = side_.at(child);
+      } else if (bytes) {
+        visit_(child, el);
+      }
+      pPrevious = bytes ? el : nullptr;
+      const uint32_t next = el->_nextSibling;
+      if (!side_.linksForward(child, next)) break;
+      child = next;
+    }
+  }
+
   // Merges one level: the update entries chained from updSlot_ over the stored
   // entries chained from oldSlot_ (either INVALID for an empty side). Returns
   // the bytes the level leaves in the sink.
@@ -211,88 +236,59 @@ size_t merge_walk<Sink>::_mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, const
   const side old_ = oldSide_;
   const size_t start = _offset();
 
-  // Update walk: every update field of the level, replacing or merging. The
-  // last look-up is kept, as repeated fields ask for one hash many times.
-  const value* pPrevious = nullptr;
+  // Update walk: every update field of the level, replacing or merging. An
+  // entry without bytes (a schema default) writes nothing and leaves the
+  // stored field in place: the stored walk below copies it. The last look-up
+  // is kept, as repeated fields ask for one hash many times.
   uint32_t askedHash = 0, oldIndex = INVALID;
-  for (uint32_t updChild = updSlot_; updChild < upd_.count && _steps != 0;) {
-    --_steps;
-    const value* el = upd_.at(updChild);
-    const bool bytes = hasBytes(el);
-    if (bytes && repeatsRange(el, pPrevious)) {
-      updChild = runEnd(upd_, updChild);
-      el = upd_.at(updChild);
-    } else if (bytes) {
-      // An entry without bytes (a schema default) writes nothing and leaves
-      // the stored field in place: the stored walk below copies it.
-      if (el->_hash != askedHash) {
-        askedHash = el->_hash;
-        oldIndex = old_.indexOf(askedHash);
-      }
-      const value* pOldValue = oldIndex == INVALID ? nullptr : old_.at(oldIndex);
-      const size_t oldTag =
-          pOldValue ? tagLength(pOldValue->_pRawBytes, pOldValue->_rawBytesLength) : 0;
-      if (oldTag != 0 && mayNest(_depth) && upd_.linksForward(updChild, el->_firstChild) &&
-          old_.linksForward(oldIndex, pOldValue->_firstChild)) {
-        // Both sides hold a nested message with children: merge them under
-        // the stored tag. The length prefix is reserved from a guess (the
-        // varint size of both fields' lengths together, which covers the
-        // merged body in the usual case); the body moves only when its final
-        // length needs a different number of bytes.
-        _copy(pOldValue->_pRawBytes, oldTag);
-        _flush();
-        const size_t bytesGuessed =
-            varintSize(static_cast<uint32_t>(el->_rawBytesLength + pOldValue->_rawBytesLength));
-        const size_t slot = _sink.offset();
-        _sink.skip(bytesGuessed);
-        ++_depth;
-        const size_t writtenBytes =
-            _mergeLevel(el->_firstChild, pOldValue->_firstChild, upd_, old_);
-        --_depth;
-        _flush();
-        _sink.placeLength(slot, bytesGuessed, writtenBytes);
-      } else {
-        // A scalar, a string, a message new to the stored side, or a nested
-        // message without children on one side (or a stored one whose bytes
-        // hold no tag to write it under): the update's field replaces the
-        // stored one whole.
-        _copy(el->_pRawBytes, el->_rawBytesLength);
-      }
+  _walkLevel(upd_, updSlot_, [&](uint32_t updChild, const value* el) {
+    if (el->_hash != askedHash) {
+      askedHash = el->_hash;
+      oldIndex = old_.indexOf(askedHash);
     }
-    pPrevious = bytes ? el : nullptr;
-    const uint32_t next = el->_nextSibling;
-    if (!upd_.linksForward(updChild, next)) break;
-    updChild = next;
-  }
+    const value* pOldValue = oldIndex == INVALID ? nullptr : old_.at(oldIndex);
+    const size_t oldTag =
+        pOldValue ? tagLength(pOldValue->_pRawBytes, pOldValue->_rawBytesLength) : 0;
+    if (oldTag != 0 && mayNest(_depth) && upd_.linksForward(updChild, el->_firstChild) &&
+        old_.linksForward(oldIndex, pOldValue->_firstChild)) {
+      // Both sides hold a nested message with children: merge them under
+      // the stored tag. The length prefix is reserved from a guess (the
+      // varint size of both fields' lengths together, which covers the
+      // merged body in the usual case); the body moves only when its final
+      // length needs a different number of bytes.
+      _copy(pOldValue->_pRawBytes, oldTag);
+      _flush();
+      const size_t bytesGuessed =
+          varintSize(static_cast<uint32_t>(el->_rawBytesLength + pOldValue->_rawBytesLength));
+      const size_t slot = _sink.offset();
+      _sink.skip(bytesGuessed);
+      ++_depth;
+      const size_t writtenBytes = _mergeLevel(el->_firstChild, pOldValue->_firstChild, upd_, old_);
+      --_depth;
+      _flush();
+      _sink.placeLength(slot, bytesGuessed, writtenBytes);
+    } else {
+      // A scalar, a string, a message new to the stored side, or a nested
+      // message without children on one side (or a stored one whose bytes
+      // hold no tag to write it under): the update's field replaces the
+      // stored one whole.
+      _copy(el->_pRawBytes, el->_rawBytesLength);
+    }
+  });
 
   // Stored walk: the stored fields the update does not carry with bytes. A
   // repeated field the update carries is dropped with all its occurrences, so
   // repeated fields are replaced whole, never element by element.
-  pPrevious = nullptr;
   askedHash = 0;
   bool replaced = false;
-  for (uint32_t oldChild = oldSlot_; oldChild < old_.count && _steps != 0;) {
-    --_steps;
-    const value* el = old_.at(oldChild);
-    const bool bytes = hasBytes(el);
-    if (bytes && repeatsRange(el, pPrevious)) {
-      // The later elements of a packed field write nothing whatever the
-      // update holds.
-      oldChild = runEnd(old_, oldChild);
-      el = old_.at(oldChild);
-    } else if (bytes) {
-      if (el->_hash != askedHash) {
-        askedHash = el->_hash;
-        const uint32_t updIndex = upd_.indexOf(askedHash);
-        replaced = updIndex != INVALID && hasBytes(upd_.at(updIndex));
-      }
-      if (!replaced) _copy(el->_pRawBytes, el->_rawBytesLength);
+  _walkLevel(old_, oldSlot_, [&](uint32_t, const value* el) {
+    if (el->_hash != askedHash) {
+      askedHash = el->_hash;
+      const uint32_t updIndex = upd_.indexOf(askedHash);
+      replaced = updIndex != INVALID && hasBytes(upd_.at(updIndex));
     }
-    pPrevious = bytes ? el : nullptr;
-    const uint32_t next = el->_nextSibling;
-    if (!old_.linksForward(oldChild, next)) break;
-    oldChild = next;
-  }
+    if (!replaced) _copy(el->_pRawBytes, el->_rawBytesLength);
+  });
   return _offset() - start;
 }
 
