@@ -225,18 +225,21 @@ TEST(ParserDecode, LengthPrefixesOfEveryWidth) {
 // Varint values of every length, with another field behind them (so that the
 // value is read from a word with room to spare) and as the last bytes of the
 // body: each reads the same and the entry spans its tag and value exactly.
+// Then as the last field of a nested message with the body going on after
+// it, whole and cut off by the message's end: the bytes after the message
+// (which would end the varint) are never taken into it.
 TEST(ParserDecode, VarintValuesOfEveryLength) {
-  const std::string trailer = fromHex("28 01");             // t_int32 = 1
-  std::vector<std::pair<std::string, std::string>> values;  // encoding, t_int64's value
-  for (int k = 1; k <= 9; ++k)                              // the smallest value of k bytes
+  const std::string trailer = fromHex("28 01");  // t_int32 = 1
+  std::vector<std::pair<std::string, uint64_t>> values;
+  for (int k = 1; k <= 9; ++k)  // the smallest value of k bytes
     values.emplace_back(wire::varintBytes(uint64_t{1} << (7 * (k - 1))),
-                        "=" + std::to_string(int64_t{1} << (7 * (k - 1))));
-  values.emplace_back(wire::varintBytes(uint64_t{1} << 63), "=-9223372036854775808");
-  values.emplace_back(fromHex("FF FF FF FF FF FF FF FF 7F"), "=9223372036854775807");
-  values.emplace_back(fromHex("80 80 80 80 80 80 80 80 01"), "=72057594037927936");
-  values.emplace_back(fromHex("80 80 80 80 80 80 80 80 80 01"), "=-9223372036854775808");
-  values.emplace_back(fromHex("81 80 80 80 80 80 80 80 80 80 01"), "=1");  // 11th byte dropped
-  for (const auto& [encoding, want] : values) {
+                        uint64_t{1} << (7 * (k - 1)));
+  values.emplace_back(wire::varintBytes(uint64_t{1} << 63), uint64_t{1} << 63);
+  values.emplace_back(fromHex("FF FF FF FF FF FF FF FF 7F"), ~uint64_t{0} >> 1);
+  values.emplace_back(fromHex("80 80 80 80 80 80 80 80 01"), uint64_t{1} << 56);
+  values.emplace_back(fromHex("80 80 80 80 80 80 80 80 80 01"), uint64_t{1} << 63);
+  values.emplace_back(fromHex("81 80 80 80 80 80 80 80 80 80 01"), 1);  // 11th byte dropped
+  for (const auto& [encoding, number] : values) {
     SCOPED_TRACE(wire::hex(encoding));
     const std::string field = fromHex("18") + encoding;  // t_int64
     for (const bool withTrailer : {false, true}) {
@@ -244,12 +247,31 @@ TEST(ParserDecode, VarintValuesOfEveryLength) {
       Parsed p(type("AllTypes"), body);
       ASSERT_EQ(0, p.status());
       ASSERT_EQ(withTrailer ? 2u : 1u, p.size());
-      EXPECT_EQ(want, value(p, p[0]));
+      EXPECT_EQ("=" + std::to_string(static_cast<int64_t>(number)), value(p, p[0]));
       EXPECT_EQ(field.size(), p[0].raw_bytes_length);
       if (withTrailer) {
         EXPECT_EQ("=1", value(p, p[1]));
         EXPECT_EQ(static_cast<long>(field.size()), p.offset(p[1].raw_bytes));
       }
+    }
+
+    // Node: child { v = the value } v = 1, then child { v cut off } v = 1.
+    // The int32 v keeps the low 32 bits; a cut-off value reads as 0 and
+    // spans what is left of its message.
+    const std::string after = fromHex("10 01");
+    for (const bool cut : {false, true}) {
+      const std::string v = fromHex("10") + encoding.substr(0, encoding.size() - (cut ? 1 : 0));
+      const std::string body =
+          fromHex("0A") + std::string(1, static_cast<char>(v.size())) + v + after;
+      Parsed n(type("Node"), body);
+      ASSERT_EQ(0, n.status());
+      ASSERT_EQ(3u, n.size());
+      const int32_t low = cut ? 0 : static_cast<int32_t>(static_cast<uint32_t>(number));
+      EXPECT_EQ("=" + std::to_string(low), value(n, n[1]));
+      EXPECT_EQ(2, n.offset(n[1].raw_bytes));
+      EXPECT_EQ(v.size(), n[1].raw_bytes_length);
+      EXPECT_EQ("=1", value(n, n[2]));
+      EXPECT_EQ(static_cast<long>(body.size() - after.size()), n.offset(n[2].raw_bytes));
     }
   }
 }

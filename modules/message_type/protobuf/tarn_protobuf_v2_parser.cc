@@ -49,15 +49,30 @@ TARN_ALWAYS_INLINE uint64_t tarn_protobuf_v2_parser::_consumeVarint(const char*&
 }
 
 // A varint value, as opposed to a tag or a length: its length varies from
-// field to field with the number sent, so with eight bytes left it is taken
-// from one load whatever its length, without the one-byte test first.
+// field to field with the number sent, so with eight bytes in the body it is
+// taken from one load whatever its length, without the one-byte test first.
+// A field often ends its level (the last of a nested message): then only the
+// bytes up to the level's end may end the varint.
 TARN_ALWAYS_INLINE uint64_t tarn_protobuf_v2_parser::_consumeVarintValue(const char*& pSrc_,
                                                                          const char* pEnd_,
-                                                                         const char* pFloor_) {
-  if (__builtin_expect(pEnd_ - pSrc_ >= 8, 1)) {
+                                                                         const char* pFloor_,
+                                                                         const char* pCeiling_) {
+  const ptrdiff_t left = pEnd_ - pSrc_;
+  if (__builtin_expect(left >= 8, 1)) {
     const uint64_t word = loadFixed64(pSrc_);
     const uint64_t ends = varintEnds(word);
     if (__builtin_expect(ends != 0, 1)) {
+      size_t length;
+      const uint64_t value = varintInWord(word, ends, length);
+      pSrc_ += length;
+      return value;
+    }
+  } else if (left > 0 && static_cast<unsigned char>(*pSrc_) < 0x80) {
+    return static_cast<unsigned char>(*pSrc_++);
+  } else if (pCeiling_ - pSrc_ >= 8) {
+    const uint64_t word = loadFixed64(pSrc_);
+    const uint64_t ends = varintEnds(word) & ((uint64_t{1} << (8 * left)) - 1);
+    if (ends != 0) {
       size_t length;
       const uint64_t value = varintInWord(word, ends, length);
       pSrc_ += length;
@@ -145,16 +160,16 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
   switch (decoder_) {
     case decode_varint:
       tarn_message_value_set_entry_set_long(
-          pValue_, static_cast<int64_t>(_consumeVarintValue(pSrc, pEnd_, _pBody)));
+          pValue_, static_cast<int64_t>(_consumeVarintValue(pSrc, pEnd_, _pBody, _pBodyEnd)));
       break;
     case decode_varint_int32:
       tarn_message_value_set_entry_set_long(
-          pValue_,
-          static_cast<int32_t>(static_cast<uint32_t>(_consumeVarintValue(pSrc, pEnd_, _pBody))));
+          pValue_, static_cast<int32_t>(
+                       static_cast<uint32_t>(_consumeVarintValue(pSrc, pEnd_, _pBody, _pBodyEnd))));
       break;
     case decode_zigzag:
-      tarn_message_value_set_entry_set_long(pValue_,
-                                            zigzagDecode(_consumeVarintValue(pSrc, pEnd_, _pBody)));
+      tarn_message_value_set_entry_set_long(
+          pValue_, zigzagDecode(_consumeVarintValue(pSrc, pEnd_, _pBody, _pBodyEnd)));
       break;
     // A value cut off by the end of the level is malformed, as a length
     // prefix running past it is; nothing beyond the level is read.
@@ -216,6 +231,7 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
 
 int tarn_protobuf_v2_parser::parse(const char* pSource_, size_t sourceLength_) {
   _pBody = pSource_;
+  _pBodyEnd = pSource_ + sourceLength_;
   parse_context context;
   context._pTable = _pRootTable;
   context._pSrc = pSource_;

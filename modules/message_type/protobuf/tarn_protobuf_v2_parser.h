@@ -117,6 +117,7 @@ class tarn_protobuf_v2_parser {
         _valueSet(valueSet_),
         _findSet(findSet_),
         _pBody(nullptr),
+        _pBodyEnd(nullptr),
         _previousSibling(INVALID),
         _depth(0),
         _hashes(pRootTable_->slotsUsed) {}
@@ -134,7 +135,10 @@ class tarn_protobuf_v2_parser {
   // read, which lets a varint near the end of a level be loaded in one word.
   static uint64_t _consumeVarint(const char*& pSrc_, const char* pEnd_, const char* pFloor_);
   static uint64_t _consumeLength(const char*& pSrc_, const char* pEnd_, const char* pFloor_);
-  static uint64_t _consumeVarintValue(const char*& pSrc_, const char* pEnd_, const char* pFloor_);
+  // pCeiling_ is the body's end: a value near the end of its level is still
+  // loaded in one word from where it starts while the body holds the word.
+  static uint64_t _consumeVarintValue(const char*& pSrc_, const char* pEnd_, const char* pFloor_,
+                                      const char* pCeiling_);
   static TARN_NOINLINE varint_read _consumeVarintSlow(const char* pSrc_, const char* pEnd_,
                                                       const char* pFloor_);
 
@@ -180,6 +184,7 @@ class tarn_protobuf_v2_parser {
   tarn_message_xpath_value_set _valueSet;
   tarn_message_xpath_find_set _findSet;
   const char* _pBody;         // the body's first byte
+  const char* _pBodyEnd;      // and the byte after its last
   uint32_t _previousSibling;  // newest entry stored at the level being walked
   uint32_t _depth;            // nested levels entered below the body
   path_hash_cache _hashes;

@@ -163,7 +163,10 @@ inline bool readVarintLong(const char*& pSrc_, const char* pEnd_, uint64_t& valu
       pSrc_ += length;
       return true;
     }
-    if (left >= static_cast<ptrdiff_t>(max_varint_bytes)) {
+    // Each of the two last bytes is read once the level is known to hold
+    // it, so a long varint that ends its level (a large sint64 or a negative
+    // int64 sent last in its message) is not left to the checked loop.
+    if (left >= 9) {
       uint64_t v = packVarintGroups(word);
       const uint64_t byte8 = static_cast<unsigned char>(pSrc_[8]);
       v |= (byte8 & 0x7F) << 56;
@@ -172,11 +175,13 @@ inline bool readVarintLong(const char*& pSrc_, const char* pEnd_, uint64_t& valu
         value_ = v;
         return true;
       }
-      const uint64_t byte9 = static_cast<unsigned char>(pSrc_[9]);
-      if (byte9 < 0x80) {
-        pSrc_ += 10;
-        value_ = v | byte9 << 63;
-        return true;
+      if (left >= static_cast<ptrdiff_t>(max_varint_bytes)) {
+        const uint64_t byte9 = static_cast<unsigned char>(pSrc_[9]);
+        if (byte9 < 0x80) {
+          pSrc_ += 10;
+          value_ = v | byte9 << 63;
+          return true;
+        }
       }
     }
   } else if (left > 0 && pFloor_ != nullptr && pEnd_ - pFloor_ >= 8) {
