@@ -1,15 +1,10 @@
-// The message walker and its field value decoding: tags, field lookup, entry
-// preparation and linking, each arrival as a long, a double or a string
-// reference into the body, packed blocks as one entry per element, the step
-// into nested messages, and the defaults of absent fields at the end of each
-// level. The steps taken once per field occurrence, and the step into a
-// nested level, are force-inlined into the level walk; packed blocks and
-// defaults are ordinary calls.
-#include "tarn_protobuf_v2_parser.h"
-
-#include <cstring>
-
-#include "util/base/assert.h"
+// The message walker: tags, field lookup, each arrival as a long, a double
+// or a string reference into the body, the step into nested messages, and the
+// defaults of absent fields at the end of each level. The steps taken once
+// per field occurrence (tarn_protobuf_v2_parser_steps.h), and the step into
+// a nested level, are force-inlined into the level walk; packed blocks
+// (tarn_protobuf_v2_packed.cc) and defaults are ordinary calls.
+#include "tarn_protobuf_v2_parser_steps.h"
 
 using google::protobuf::FieldDescriptor;
 
@@ -18,91 +13,6 @@ static_assert(FieldDescriptor::TYPE_DOUBLE == 1 && FieldDescriptor::TYPE_INT32 =
                   FieldDescriptor::TYPE_GROUP == 10 && FieldDescriptor::TYPE_SINT64 == 18 &&
                   FieldDescriptor::MAX_TYPE == 18,
               "field type numbers as travelOf takes them");
-
-namespace {
-
-inline double asDouble(uint64_t bits_) {
-  double value;
-  std::memcpy(&value, &bits_, sizeof value);
-  return value;
-}
-
-inline double widenFloat(uint32_t bits_) {
-  float value;
-  std::memcpy(&value, &bits_, sizeof value);
-  return value;
-}
-
-}  // namespace
-
-// A varint cut off by pEnd_ reads as 0 and leaves pSrc_ at pEnd_: the walk
-// then sees field 0 (which no descriptor has) or a level that has ended.
-TARN_ALWAYS_INLINE uint64_t tarn_protobuf_v2_parser::_consumeVarint(const char*& pSrc_,
-                                                                    const char* pEnd_,
-                                                                    const char* pFloor_) {
-  if (__builtin_expect(pSrc_ < pEnd_ && static_cast<unsigned char>(*pSrc_) < 0x80, 1)) {
-    return static_cast<unsigned char>(*pSrc_++);
-  }
-  const varint_read read = _consumeVarintSlow(pSrc_, pEnd_, pFloor_);
-  pSrc_ = read.pNext;
-  return read.value;
-}
-
-// A varint value, as opposed to a tag or a length: its length varies from
-// field to field with the number sent, so with eight bytes in the body it is
-// taken from one load whatever its length, without the one-byte test first.
-// A field often ends its level (the last of a nested message): then only the
-// bytes up to the level's end may end the varint.
-TARN_ALWAYS_INLINE uint64_t tarn_protobuf_v2_parser::_consumeVarintValue(const char*& pSrc_,
-                                                                         const char* pEnd_,
-                                                                         const char* pFloor_,
-                                                                         const char* pCeiling_) {
-  const ptrdiff_t left = pEnd_ - pSrc_;
-  if (__builtin_expect(left >= 8, 1)) {
-    const uint64_t word = loadFixed64(pSrc_);
-    const uint64_t ends = varintEnds(word);
-    if (__builtin_expect(ends != 0, 1)) {
-      size_t length;
-      const uint64_t value = varintInWord(word, ends, length);
-      pSrc_ += length;
-      return value;
-    }
-  } else if (left > 0 && static_cast<unsigned char>(*pSrc_) < 0x80) {
-    return static_cast<unsigned char>(*pSrc_++);
-  } else if (pCeiling_ - pSrc_ >= 8) {
-    const uint64_t word = loadFixed64(pSrc_);
-    const uint64_t ends = varintEnds(word) & ((uint64_t{1} << (8 * left)) - 1);
-    if (ends != 0) {
-      size_t length;
-      const uint64_t value = varintInWord(word, ends, length);
-      pSrc_ += length;
-      return value;
-    }
-  }
-  return _consumeVarint(pSrc_, pEnd_, pFloor_);
-}
-
-// A length prefix: one byte for short payloads, two for most nested
-// messages (a payload of 128 bytes to 16 KiB). Both are taken here without
-// a call; longer prefixes, and prefixes near the end of the level, go the
-// slow way.
-TARN_ALWAYS_INLINE uint64_t tarn_protobuf_v2_parser::_consumeLength(const char*& pSrc_,
-                                                                    const char* pEnd_,
-                                                                    const char* pFloor_) {
-  if (__builtin_expect(pSrc_ < pEnd_ && static_cast<unsigned char>(*pSrc_) < 0x80, 1)) {
-    return static_cast<unsigned char>(*pSrc_++);
-  }
-  if (pEnd_ - pSrc_ >= 8) {
-    const uint64_t word = loadFixed64(pSrc_);
-    if ((word & 0x8000) == 0) {
-      pSrc_ += 2;
-      return twoByteVarint(word);
-    }
-  }
-  const varint_read read = _consumeVarintSlow(pSrc_, pEnd_, pFloor_);
-  pSrc_ = read.pNext;
-  return read.value;
-}
 
 tarn_protobuf_v2_parser::varint_read tarn_protobuf_v2_parser::_consumeVarintSlow(
     const char* pSrc_, const char* pEnd_, const char* pFloor_) {
@@ -114,42 +24,6 @@ tarn_protobuf_v2_parser::varint_read tarn_protobuf_v2_parser::_consumeVarintSlow
     read.pNext = pEnd_;
   }
   return read;
-}
-
-TARN_ALWAYS_INLINE void tarn_protobuf_v2_parser::_initializeEntry(
-    tarn_message_value_set_entry* pValue_, const field_entry& field_, uint32_t hash_,
-    parse_context& parseContext_) {
-  *pValue_ = field_.entry;
-  pValue_->hash = hash_;
-  pValue_->parent = parseContext_._rootIndex;
-}
-
-TARN_ALWAYS_INLINE uint32_t tarn_protobuf_v2_parser::_hash(const field_entry& field_,
-                                                           const parse_context& context_) {
-  if (context_._repeats && _hashes.on()) return _hashes.hash(field_, context_._baseHash);
-  return tarn_message_xpath_hash_string(field_.name, field_.nameLength, context_._baseHash);
-}
-
-TARN_ALWAYS_INLINE uint32_t
-tarn_protobuf_v2_parser::_insert(tarn_message_value_set_entry* pValue_) {
-  const uint32_t previous = _previousSibling;
-  const uint32_t index = tarn_message_xpath_update(_valueSet, _findSet, pValue_);
-  _previousSibling = index;
-  // The host may move its storage on every update, so stored entries are
-  // fetched afresh and the pointers dropped at once.
-  if (previous != INVALID) {
-    tarn_message_value_set_entry* pPrevious = tarn_message_xpath_get(_valueSet, previous);
-    if (pPrevious != nullptr) pPrevious->next_sibling = index;
-    // A level's link state names a stored entry only once the level has
-    // stored one, and storing the first one gave the parent its first child:
-    // there is nothing left to do to the parent.
-    return index;
-  }
-  if (pValue_->parent != INVALID) {
-    tarn_message_value_set_entry* pParent = tarn_message_xpath_get(_valueSet, pValue_->parent);
-    if (pParent != nullptr && pParent->first_child == INVALID) pParent->first_child = index;
-  }
-  return index;
 }
 
 TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
@@ -357,100 +231,6 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeMessage(
 
   pSrc_ = pPayload + length_;
   return TARN_SUCCESS;
-}
-
-template <typename Store>
-TARN_ALWAYS_INLINE void tarn_protobuf_v2_parser::_storeElements(
-    tarn_message_value_set_entry* pValue_, const char*& pSrc_, const char* pBlockEnd_,
-    Store store_) {
-  while (pSrc_ < pBlockEnd_) {
-    store_(pSrc_, pBlockEnd_, pValue_);
-    _insert(pValue_);
-  }
-}
-
-const char* tarn_protobuf_v2_parser::_consumePacked(const field_entry& field_,
-                                                    tarn_message_value_set_entry* pValue_,
-                                                    const char* pValueStart_, const char* pSrc_,
-                                                    const char* pEnd_) {
-  const FieldDescriptor::Type type = static_cast<FieldDescriptor::Type>(field_.type);
-  const field_travel element = static_cast<field_travel>(field_.travel);
-  if (!travelsPacked(element)) return nullptr;
-
-  const uint64_t length = _consumeVarint(pSrc_, pEnd_, _pBody);
-  if (length > static_cast<uint64_t>(pEnd_ - pSrc_)) return nullptr;
-  const char* const pBlockEnd = pSrc_ + length;
-
-  // Every element must lie inside its block, and the whole block is checked
-  // before the first element is stored, so a bad block leaves nothing of its
-  // field behind and elements never read into the bytes after the block.
-  if (!packedBlockWhole(element, pSrc_, static_cast<size_t>(length))) return nullptr;
-
-  pValue_->raw_bytes = pValueStart_;
-  pValue_->raw_bytes_length = static_cast<uint32_t>(pBlockEnd - pValueStart_);
-
-  // One loop per element kind, so that the kind is decided once per block.
-  const char*& pSrc = pSrc_;
-  const char* const pFloor = _pBody;
-  typedef tarn_message_value_set_entry entry;
-  switch (type) {
-    case FieldDescriptor::TYPE_INT32:
-      // The low 32 bits, sign-extended.
-      _storeElements(
-          pValue_, pSrc, pBlockEnd, [pFloor](const char*& p_, const char* e_, entry* v_) {
-            tarn_message_value_set_entry_set_long(
-                v_, static_cast<int32_t>(static_cast<uint32_t>(_consumeVarint(p_, e_, pFloor))));
-          });
-      break;
-    case FieldDescriptor::TYPE_SINT32:
-    case FieldDescriptor::TYPE_SINT64:
-      _storeElements(
-          pValue_, pSrc, pBlockEnd, [pFloor](const char*& p_, const char* e_, entry* v_) {
-            tarn_message_value_set_entry_set_long(v_, zigzagDecode(_consumeVarint(p_, e_, pFloor)));
-          });
-      break;
-    case FieldDescriptor::TYPE_FLOAT:
-      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char*, entry* v_) {
-        tarn_message_value_set_entry_set_double(v_, widenFloat(loadFixed32(p_)));
-        p_ += 4;
-      });
-      break;
-    case FieldDescriptor::TYPE_SFIXED32:
-      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char*, entry* v_) {
-        tarn_message_value_set_entry_set_long(v_, static_cast<int32_t>(loadFixed32(p_)));
-        p_ += 4;
-      });
-      break;
-    case FieldDescriptor::TYPE_FIXED32:
-      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char*, entry* v_) {
-        tarn_message_value_set_entry_set_long(v_, loadFixed32(p_));
-        p_ += 4;
-      });
-      break;
-    case FieldDescriptor::TYPE_DOUBLE:
-      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char*, entry* v_) {
-        tarn_message_value_set_entry_set_double(v_, asDouble(loadFixed64(p_)));
-        p_ += 8;
-      });
-      break;
-    case FieldDescriptor::TYPE_FIXED64:
-    case FieldDescriptor::TYPE_SFIXED64:
-      _storeElements(pValue_, pSrc, pBlockEnd, [](const char*& p_, const char*, entry* v_) {
-        tarn_message_value_set_entry_set_long(v_, static_cast<int64_t>(loadFixed64(p_)));
-        p_ += 8;
-      });
-      break;
-    default:
-      // int64, uint64, uint32, bool and enum: all 64 bits as sent.
-      TARN_ASSERT(element == travel_varint);
-      _storeElements(pValue_, pSrc, pBlockEnd,
-                     [pFloor](const char*& p_, const char* e_, entry* v_) {
-                       tarn_message_value_set_entry_set_long(
-                           v_, static_cast<int64_t>(_consumeVarint(p_, e_, pFloor)));
-                     });
-      break;
-  }
-  return pSrc_;
 }
 
 uint32_t tarn_protobuf_v2_parser::_descend() {

@@ -1,7 +1,6 @@
 #include "tarn_protobuf_v2_tracer.h"
 
 #include <climits>
-#include <cstring>
 
 #include "util/base/cstring.h"
 #include "wire_format.h"
@@ -20,18 +19,6 @@ TARN_ALWAYS_INLINE bool readScalar(field_travel travel_, const char*& pSrc_, con
   bits_ = width == 8 ? loadFixed64(pSrc_) : loadFixed32(pSrc_);
   pSrc_ += width;
   return true;
-}
-
-double asDouble(uint64_t bits_) {
-  double value;
-  std::memcpy(&value, &bits_, sizeof value);
-  return value;
-}
-
-double widenFloat(uint32_t bits_) {
-  float value;
-  std::memcpy(&value, &bits_, sizeof value);
-  return value;
 }
 
 }  // namespace

@@ -104,6 +104,20 @@ inline uint64_t loadFixed64(const char* p_) {
 }
 #endif
 
+// The double a fixed64 carries, and the float a fixed32 carries widened to a
+// double: the bits as they are, whatever they encode.
+inline double asDouble(uint64_t bits_) {
+  double value;
+  __builtin_memcpy(&value, &bits_, sizeof value);
+  return value;
+}
+
+inline double widenFloat(uint32_t bits_) {
+  float value;
+  __builtin_memcpy(&value, &bits_, sizeof value);
+  return value;
+}
+
 // The seven-bit groups of the eight bytes in word_ (the first byte lowest),
 // packed together in three steps: pairs of groups, then pairs of pairs, then
 // the two halves. Continuation bits are dropped.
