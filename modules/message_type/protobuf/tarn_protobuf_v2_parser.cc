@@ -109,7 +109,8 @@ int tarn_protobuf_v2_parser::parse(const char* pSource_, size_t sourceLength_) {
   parse_context context;
   context._pTable = _pRootTable;
   context._pSrc = pSource_;
-  context._srcLength = sourceLength_;
+  context._pEnd = pSource_ + sourceLength_;
+  context._depth = 0;
   context._baseHash = tarn_message_xpath_hash_get_base(_valueSet);
   context._rootIndex = INVALID;
   context._repeats = false;
@@ -153,7 +154,7 @@ template <typename Absent>
 int tarn_protobuf_v2_parser::_parseLevel(parse_context& context_) {
   // The read position lives in a register for the whole level.
   const char* p = context_._pSrc;
-  const char* const pEnd = p + context_._srcLength;
+  const char* const pEnd = context_._pEnd;
   const type_table& table = *context_._pTable;
   Absent absent;
   // The field of the previous occurrence and its path hash: a repeated field
@@ -201,7 +202,6 @@ int tarn_protobuf_v2_parser::_parseLevel(parse_context& context_) {
       return TARN_FAILURE;
     }
   }
-  context_._pSrc = p;
   return absent.finish(*this, context_);
 }
 
@@ -210,7 +210,7 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeMessage(
     const char*& pSrc_, const char* pValueStart_, size_t length_) {
   // Refused before the entry is stored: a level too deep leaves nothing of
   // its field behind, like every other rejected value.
-  if (!mayNest(_depth)) return TARN_FAILURE;
+  if (!mayNest(context_._depth)) return TARN_FAILURE;
 
   const char* const pPayload = pSrc_;
   pValue_->raw_bytes = pValueStart_;
@@ -219,30 +219,22 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeMessage(
   parse_context child;
   child._pTable = field_.nested;
   child._pSrc = pPayload;
-  child._srcLength = length_;
+  child._pEnd = pPayload + length_;
+  child._depth = static_cast<uint8_t>(context_._depth + 1);
   child._repeats = (context_._repeats || field_.is(field_repeated)) && !field_.nested->recursive;
   child._baseHash = tarn_message_xpath_hash_add_separator(pValue_->hash);
   child._rootIndex = _insert(pValue_);
 
-  const uint32_t uplevelPreviousSibling = _descend();
+  // The level below links its own entries; this level's newest comes back
+  // after it.
+  const uint32_t previousSibling = _previousSibling;
+  _previousSibling = INVALID;
   const int result = _parseMessage(child);
-  _ascend(uplevelPreviousSibling);
+  _previousSibling = previousSibling;
   if (result != TARN_SUCCESS) return TARN_FAILURE;
 
-  pSrc_ = pPayload + length_;
+  pSrc_ = child._pEnd;
   return TARN_SUCCESS;
-}
-
-uint32_t tarn_protobuf_v2_parser::_descend() {
-  const uint32_t saved = _previousSibling;
-  _previousSibling = INVALID;
-  ++_depth;
-  return saved;
-}
-
-void tarn_protobuf_v2_parser::_ascend(uint32_t uplevelPreviousSibling_) {
-  _previousSibling = uplevelPreviousSibling_;
-  --_depth;
 }
 
 void tarn_protobuf_v2_parser::omitted_ranges::splitRange(int split_) {

@@ -26,10 +26,11 @@ class tarn_protobuf_v2_parser {
   // One message level: the body itself or the payload of one nested message.
   struct parse_context {
     const type_table* _pTable;
-    const char* _pSrc;    // read position, advanced as bytes are consumed
-    size_t _srcLength;    // bytes of the level, counted from the starting _pSrc
+    const char* _pSrc;    // the level's first byte
+    const char* _pEnd;    // and the byte after its last
     uint32_t _baseHash;   // the hash this level's field names continue
     uint32_t _rootIndex;  // entry of the enclosing message field, INVALID at the top
+    uint8_t _depth;       // nested levels entered to reach this one, the body's 0
     // Whether this level lies inside a repeated message field: only there do
     // (seed, field) pairs come back after other fields, so only there is the
     // hash cache worth its lookups. Not for a type that can hold itself:
@@ -119,7 +120,6 @@ class tarn_protobuf_v2_parser {
         _pBody(nullptr),
         _pBodyEnd(nullptr),
         _previousSibling(INVALID),
-        _depth(0),
         _hashes(pRootTable_->slotsUsed) {}
 
   [[nodiscard]] int parse(const char* pSource_, size_t sourceLength_);
@@ -153,8 +153,6 @@ class tarn_protobuf_v2_parser {
   // The path hash of field_ at the level, through the cache where pairs repeat.
   uint32_t _hash(const field_entry& field_, const parse_context& context_);
   uint32_t _insert(tarn_message_value_set_entry* pValue_);
-  uint32_t _descend();
-  void _ascend(uint32_t uplevelPreviousSibling_);
 
   // Both read from pSrc_ (just after the tag) and leave it after the value;
   // the level's read position stays a register of the level walk.
@@ -186,7 +184,6 @@ class tarn_protobuf_v2_parser {
   const char* _pBody;         // the body's first byte
   const char* _pBodyEnd;      // and the byte after its last
   uint32_t _previousSibling;  // newest entry stored at the level being walked
-  uint32_t _depth;            // nested levels entered below the body
   path_hash_cache _hashes;
 };
 
