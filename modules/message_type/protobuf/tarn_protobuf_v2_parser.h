@@ -4,8 +4,9 @@
 //
 // One parser lives on the caller's stack for one parse. It copies no message
 // bytes (entries point into the body) and allocates nothing unless one message
-// level leaves more than 16 gaps in its field order. Every read is bounded by
-// the end of the level being walked, which itself lies inside the body.
+// level leaves more than 16 gaps in its field order. Every read lies inside
+// the body, and every value is taken from bytes of its own level only: a word
+// loaded across a level's bounds has the bytes outside it shifted or masked off.
 #ifndef TARN_PROTOBUF_TARN_PROTOBUF_V2_PARSER_H
 #define TARN_PROTOBUF_TARN_PROTOBUF_V2_PARSER_H
 
