@@ -43,8 +43,10 @@ TARN_ALWAYS_INLINE uint64_t tarn_protobuf_v2_parser::_consumeVarintValue(const c
   } else if (left > 0 && static_cast<unsigned char>(*pSrc_) < 0x80) {
     return static_cast<unsigned char>(*pSrc_++);
   } else if (pCeiling_ - pSrc_ >= 8) {
+    // Its own decode rather than one shared with the block above: joined,
+    // the common case compiles to about 1% more instructions per entry.
     const uint64_t word = loadFixed64(pSrc_);
-    const uint64_t ends = varintEnds(word) & ((uint64_t{1} << (8 * left)) - 1);
+    const uint64_t ends = varintEndsWithin(word, static_cast<unsigned>(left));
     if (ends != 0) {
       size_t length;
       const uint64_t value = varintInWord(word, ends, length);

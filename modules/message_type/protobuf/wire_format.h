@@ -132,6 +132,12 @@ inline uint64_t packVarintGroups(uint64_t word_) {
 // bytes a varint read from word_ may end at.
 inline uint64_t varintEnds(uint64_t word_) { return ~word_ & 0x8080808080808080ull; }
 
+// Those of them among the first left_ (0 to 7) bytes only: where a varint
+// may end when its level ends left_ bytes in.
+inline uint64_t varintEndsWithin(uint64_t word_, unsigned left_) {
+  return varintEnds(word_) & ((uint64_t{1} << (8 * left_)) - 1);
+}
+
 // The two-byte varint at the start of word_ (its first byte continues, its
 // second does not).
 inline uint64_t twoByteVarint(uint64_t word_) { return (word_ & 0x7F) | ((word_ >> 1) & 0x3F80); }
@@ -202,7 +208,7 @@ inline bool readVarintLong(const char*& pSrc_, const char* pEnd_, uint64_t& valu
     const unsigned before = static_cast<unsigned>(8 - left) * 8;
     const uint64_t word = loadFixed64(pEnd_ - 8) >> before;
     // Only the bytes left may end the varint; none does when it is cut off.
-    const uint64_t ends = ~word & (varintEnds(0) >> before);
+    const uint64_t ends = varintEndsWithin(word, static_cast<unsigned>(left));
     if (ends == 0) return false;
     value_ = varintInWord(word, ends, length);
     pSrc_ += length;
