@@ -95,6 +95,17 @@ std::string oneofName(const FD* field_) {
   return pOneof == nullptr ? "" : pOneof->name();
 }
 
+// Which values two numeric readings of the same bytes disagree on, when not
+// nearly all of them.
+std::string valuesAffected(Reading a_, Reading b_) {
+  const auto is = [&](Reading x_, Reading y_) {
+    return (a_ == x_ && b_ == y_) || (a_ == y_ && b_ == x_);
+  };
+  if (is(Reading::raw64, Reading::sext32)) return " (numbers outside the signed 32-bit range)";
+  if (is(Reading::u32, Reading::s32)) return " (numbers with the top bit set)";
+  return "";
+}
+
 std::string bodiesText(const FieldVerdict& v_) {
   std::string text = "bodies of publishers on the old schema are ";
   if (v_.oldBodiesOnNewServers) {
@@ -103,7 +114,8 @@ std::string bodiesText(const FieldVerdict& v_) {
     text += "refused by switched servers";
   } else {
     text += std::string("read by switched servers as ") + readingText(v_.oldBodiesNow) +
-            " instead of " + readingText(v_.oldBodiesAsBefore);
+            " instead of " + readingText(v_.oldBodiesAsBefore) +
+            valuesAffected(v_.oldBodiesNow, v_.oldBodiesAsBefore);
   }
   text += "; bodies of publishers on the new schema are ";
   if (v_.newBodiesOnOldServers) {
@@ -112,7 +124,8 @@ std::string bodiesText(const FieldVerdict& v_) {
     text += "refused by servers not yet switched";
   } else {
     text += std::string("read by servers not yet switched as ") + readingText(v_.newBodiesNow) +
-            " instead of " + readingText(v_.newBodiesAsMeant);
+            " instead of " + readingText(v_.newBodiesAsMeant) +
+            valuesAffected(v_.newBodiesNow, v_.newBodiesAsMeant);
   }
   text += ".";
   if (v_.traceChanges) text += " The trace renders the field differently.";
@@ -231,7 +244,7 @@ class Walk {
     const std::string path = joinPath(path_, new_->name());
     const std::string before = describeField(old_), after = describeField(new_);
     const bool renamed = old_->name() != new_->name();
-    if (renamed && old_->type() != new_->type()) {
+    if (renamed && reused(old_, new_)) {
       add({"number reused", path, before, after,
            "Field " + std::to_string(new_->number()) + " now means another field: bodies " +
                "written for " + old_->name() + " are read as " + new_->name() + " (" +
@@ -268,6 +281,17 @@ class Walk {
       compareEnums(old_->enum_type(), new_->enum_type(), path);
   }
 
+  // A new name on a number is a rename unless something says the number now
+  // serves another field: another type, the old name still in use elsewhere
+  // or reserved, or the new name taken from another field.
+  static bool reused(const FD* old_, const FD* new_) {
+    const gp::Descriptor* pOldType = old_->containing_type();
+    const gp::Descriptor* pNewType = new_->containing_type();
+    return old_->type() != new_->type() || pNewType->FindFieldByName(old_->name()) != nullptr ||
+           pNewType->IsReservedName(old_->name()) ||
+           pOldType->FindFieldByName(new_->name()) != nullptr;
+  }
+
   static std::string oneofNote(const FD* field_) {
     const std::string name = oneofName(field_);
     return name.empty() ? "" : " (in oneof " + name + ")";
@@ -285,11 +309,12 @@ class Walk {
     const FieldVerdict v = judgeField(old_, new_);
     std::string effect = bodiesText(v);
     unsigned parties = verdictParties(v);
-    if (repetition && !typeChanged && old_->type() == FD::TYPE_MESSAGE) {
-      effect +=
-          " The module stores every occurrence as an entry of its own whatever the "
-          "label; protobuf's own readers merge repeated occurrences of a singular "
-          "message into one.";
+    if (repetition && !typeChanged) {
+      effect += " The module stores every occurrence as an entry of its own whatever the label; ";
+      effect += old_->type() == FD::TYPE_MESSAGE
+                    ? "protobuf's own readers merge repeated occurrences of a singular message "
+                      "into one."
+                    : "protobuf's own readers keep only the last occurrence of a singular field.";
     }
     if (required) {
       effect += new_->is_required()
