@@ -107,7 +107,7 @@ std::string valuesAffected(Reading a_, Reading b_) {
 }
 
 std::string bodiesText(const FieldVerdict& v_) {
-  std::string text = "bodies of publishers on the old schema are ";
+  std::string text = "Bodies of publishers on the old schema are ";
   if (v_.oldBodiesOnNewServers) {
     text += "read by switched servers as before";
   } else if (v_.oldBodiesNow == Reading::refused) {
@@ -156,18 +156,29 @@ class Walk {
  public:
   std::vector<Change> run(const gp::Descriptor* old_, const gp::Descriptor* new_) {
     if (old_->full_name() != new_->full_name()) {
-      add({"root type renamed", "", old_->full_name(), new_->full_name(),
-           "Each server's Type option must name " + new_->full_name() +
-               " from its switch on (the module refuses a context whose type it cannot "
-               "find); path hashes and the trace use field names only, so nothing else "
-               "changes.",
-           0, Order::any});
+      add("root type renamed", "", old_->full_name(), new_->full_name(),
+          "Each server's Type option must name " + new_->full_name() +
+              " from its switch on (the module refuses a context whose type it cannot "
+              "find); path hashes and the trace use field names only, so nothing else "
+              "changes.",
+          0, Order::any);
     }
     enqueue(old_, new_, "");
     while (!_queue.empty()) {
       const Pending p = _queue.front();
       _queue.pop_front();
+      const size_t first = _changes.size();
       compareTypes(p.pOld, p.pNew, p.path);
+      for (size_t i = first; i < _changes.size(); ++i) _changeTypes[i] = {p.pOld, p.pNew};
+    }
+    // A type reached by several fields changes at every place it is reached:
+    // each has path hashes of its own.
+    for (auto& entry : _changeTypes) {
+      Change& change = _changes[entry.first];
+      const std::vector<std::string>& places = _places[entry.second];
+      const std::string below = change.path.substr(places[0].empty() ? 0 : places[0].size() + 1);
+      for (size_t i = 1; i < places.size(); ++i)
+        change.alsoAt.push_back(joinPath(places[i], below));
     }
     return std::move(_changes);
   }
@@ -179,10 +190,23 @@ class Walk {
     std::string path;
   };
 
-  void add(Change change_) { _changes.push_back(std::move(change_)); }
+  void add(const char* kind_, const std::string& path_, const std::string& before_,
+           const std::string& after_, const std::string& effect_, unsigned parties_, Order order_) {
+    Change change;
+    change.kind = kind_;
+    change.path = path_;
+    change.before = before_;
+    change.after = after_;
+    change.effect = effect_;
+    change.parties = parties_;
+    change.order = order_;
+    _changes.push_back(std::move(change));
+  }
 
   void enqueue(const gp::Descriptor* old_, const gp::Descriptor* new_, const std::string& path_) {
-    if (_seenTypes.insert(std::make_pair(old_, new_)).second) _queue.push_back({old_, new_, path_});
+    std::vector<std::string>& places = _places[std::make_pair(old_, new_)];
+    places.push_back(path_);
+    if (places.size() == 1) _queue.push_back({old_, new_, path_});
   }
 
   void compareTypes(const gp::Descriptor* old_, const gp::Descriptor* new_,
@@ -223,8 +247,8 @@ class Walk {
       effect +=
           " It is a group: the module refuses every body that carries it, under either "
           "schema, so publishers must never send it.";
-    add({"field added", joinPath(path_, new_->name()), "", describeField(new_), effect, parties,
-         Order::serversFirst});
+    add("field added", joinPath(path_, new_->name()), "", describeField(new_), effect, parties,
+        Order::serversFirst);
   }
 
   void removed(const FD* old_, const std::string& path_) {
@@ -235,9 +259,9 @@ class Walk {
         "those whole without it first). Its entries are gone";
     if (!defaultEntry(old_).empty()) effect += ", its default entry too,";
     effect += " and a find set that names it matches nothing.";
-    add({"field removed", joinPath(path_, old_->name()), describeField(old_), "", effect,
-         party_publishers | party_subscribers | party_find_sets | party_stored,
-         Order::publishersFirst});
+    add("field removed", joinPath(path_, old_->name()), describeField(old_), "", effect,
+        party_publishers | party_subscribers | party_find_sets | party_stored,
+        Order::publishersFirst);
   }
 
   void compareFields(const FD* old_, const FD* new_, const std::string& path_) {
@@ -245,35 +269,35 @@ class Walk {
     const std::string before = describeField(old_), after = describeField(new_);
     const bool renamed = old_->name() != new_->name();
     if (renamed && reused(old_, new_)) {
-      add({"number reused", path, before, after,
-           "Field " + std::to_string(new_->number()) + " now means another field: bodies " +
-               "written for " + old_->name() + " are read as " + new_->name() + " (" +
-               readingText(moduleReading(new_, writerWire(old_))) +
-               ") and the other way round, and the path hash changes with the name.",
-           all_parties, Order::coordinated});
+      add("number reused", path, before, after,
+          "Field " + std::to_string(new_->number()) + " now means another field: bodies " +
+              "written for " + old_->name() + " are read as " + new_->name() + " (" +
+              readingText(moduleReading(new_, writerWire(old_))) +
+              ") and the other way round, and the path hash changes with the name.",
+          all_parties, Order::coordinated);
       return;
     }
     if (renamed) {
       const bool hasBelow = new_->message_type() != nullptr;
-      add({"field renamed", path, before, after,
-           "The wire is unchanged and both schemas read the same values, but path hashes are "
-           "built from names: the hash of " +
-               path + (hasBelow ? " and of every field below it" : "") +
-               " changes, so find sets and anything keyed by the old path stop matching as "
-               "a server switches, the trace shows the new name, and a stored message parsed "
-               "under one schema no longer meets an update parsed under the other in the delta "
-               "merge (the update's field is written beside the stored one instead of "
-               "replacing it).",
-           party_subscribers | party_find_sets | party_stored | party_traces, Order::coordinated});
+      add("field renamed", path, before, after,
+          "The wire is unchanged and both schemas read the same values, but path hashes are "
+          "built from names: the hash of " +
+              path + (hasBelow ? " and of every field below it" : "") +
+              " changes, so find sets and anything keyed by the old path stop matching as "
+              "a server switches, the trace shows the new name, and a stored message parsed "
+              "under one schema no longer meets an update parsed under the other in the delta "
+              "merge (the update's field is written beside the stored one instead of "
+              "replacing it).",
+          party_subscribers | party_find_sets | party_stored | party_traces, Order::coordinated);
     }
     compareShape(old_, new_, path, before, after);
     compareTypeNames(old_, new_, path);
     compareDefaults(old_, new_, path, before, after);
     if (oneofName(old_) != oneofName(new_)) {
-      add({"oneof changed", path, before + oneofNote(old_), after + oneofNote(new_),
-           "The module ignores oneofs: every member is read, stored, traced and merged as a "
-           "field of its own.",
-           0, Order::any});
+      add("oneof changed", path, before + oneofNote(old_), after + oneofNote(new_),
+          "The module ignores oneofs: every member is read, stored, traced and merged as a "
+          "field of its own.",
+          0, Order::any);
     }
     if (old_->message_type() != nullptr && new_->message_type() != nullptr)
       enqueue(old_->message_type(), new_->message_type(), path);
@@ -326,7 +350,7 @@ class Walk {
     const char* kind = typeChanged                ? "type changed"
                        : (repetition || required) ? "label changed"
                                                   : "packed changed";
-    add({kind, path_, before_, after_, effect, parties, verdictOrder(v)});
+    add(kind, path_, before_, after_, effect, parties, verdictOrder(v));
   }
 
   void compareTypeNames(const FD* old_, const FD* new_, const std::string& path_) {
@@ -344,10 +368,10 @@ class Walk {
       after = new_->enum_type()->full_name();
     }
     if (kind == nullptr) return;
-    add({kind, path_, before, after,
-         "Nothing changes under this module: path hashes and the trace use field names, "
-         "never type names.",
-         0, Order::any});
+    add(kind, path_, before, after,
+        "Nothing changes under this module: path hashes and the trace use field names, "
+        "never type names.",
+        0, Order::any);
   }
 
   void compareDefaults(const FD* old_, const FD* new_, const std::string& path_,
@@ -357,15 +381,15 @@ class Walk {
     const char* kind = was.empty()   ? "default added"
                        : now.empty() ? "default removed"
                                      : "default changed";
-    add({kind, path_, before_ + (was.empty() ? "" : " [default = " + was + "]"),
-         after_ + (now.empty() ? "" : " [default = " + now + "]"),
-         "For every message that lacks the field, switched servers store " +
-             (now.empty() ? std::string("no entry") : "the entry " + now) +
-             " where servers not yet switched store " +
-             (was.empty() ? std::string("none") : "the entry " + was) +
-             ": subscribers see the value change with the server that parsed the message, "
-             "whatever the publishers do.",
-         party_subscribers, Order::coordinated});
+    add(kind, path_, before_ + (was.empty() ? "" : " [default = " + was + "]"),
+        after_ + (now.empty() ? "" : " [default = " + now + "]"),
+        "For every message that lacks the field, switched servers store " +
+            (now.empty() ? std::string("no entry") : "the entry " + now) +
+            " where servers not yet switched store " +
+            (was.empty() ? std::string("none") : "the entry " + was) +
+            ": subscribers see the value change with the server that parsed the message, "
+            "whatever the publishers do.",
+        party_subscribers, Order::coordinated);
   }
 
   void compareEnums(const gp::EnumDescriptor* old_, const gp::EnumDescriptor* new_,
@@ -383,31 +407,34 @@ class Walk {
       if (was == now) continue;
       const gp::EnumValueDescriptor* pMoved = was.empty() ? nullptr : new_->FindValueByName(was);
       if (pMoved != nullptr && pMoved->number() != entry.first) {
-        add({"enum value renumbered", path_, was + " = " + number,
-             was + " = " + std::to_string(pMoved->number()),
-             "The module stores whatever number arrives, but publishers and subscribers on "
-             "different versions mean different values by the same number.",
-             party_publishers | party_subscribers, Order::coordinated});
+        add("enum value renumbered", path_, was + " = " + number,
+            was + " = " + std::to_string(pMoved->number()),
+            "The module stores whatever number arrives, but publishers and subscribers on "
+            "different versions mean different values by the same number.",
+            party_publishers | party_subscribers, Order::coordinated);
       } else if (was.empty()) {
         if (old_->FindValueByName(now) != nullptr) continue;  // the other end of a move
-        add({"enum value added", path_, "", now + " = " + number,
-             "The module stores enum numbers as they arrive, declared or not, and the trace "
-             "shows numbers: nothing changes on the servers. Subscribers that name values "
-             "need the new one before publishers send it.",
-             party_subscribers, Order::any});
+        add("enum value added", path_, "", now + " = " + number,
+            "The module stores enum numbers as they arrive, declared or not, and the trace "
+            "shows numbers: nothing changes on the servers. Subscribers that name values "
+            "need the new one before publishers send it.",
+            party_subscribers, Order::any);
       } else if (now.empty()) {
-        add({"enum value removed", path_, was + " = " + number, "",
-             "The module stores the number as before when a publisher still sends it.", 0,
-             Order::any});
+        add("enum value removed", path_, was + " = " + number, "",
+            "The module stores the number as before when a publisher still sends it.", 0,
+            Order::any);
       } else if (old_->FindValueByName(now) == nullptr) {
-        add({"enum value renamed", path_, was + " = " + number, now + " = " + number,
-             "The module and its trace show enum numbers only: nothing changes.", 0, Order::any});
+        add("enum value renamed", path_, was + " = " + number, now + " = " + number,
+            "The module and its trace show enum numbers only: nothing changes.", 0, Order::any);
       }
     }
   }
 
   std::deque<Pending> _queue;
-  std::set<std::pair<const gp::Descriptor*, const gp::Descriptor*>> _seenTypes;
+  typedef std::pair<const gp::Descriptor*, const gp::Descriptor*> TypePair;
+  // Every path at which a pair of types is reached, the one it is compared at first.
+  std::map<TypePair, std::vector<std::string>> _places;
+  std::map<size_t, TypePair> _changeTypes;  // by change index
   std::set<std::pair<const gp::EnumDescriptor*, const gp::EnumDescriptor*>> _seenEnums;
   std::vector<Change> _changes;
 };

@@ -44,6 +44,8 @@ struct Change {
   std::string effect;  // what it does under the module
   unsigned parties = 0;
   Order order = Order::any;
+  // The same change where its message type is reached by other fields too.
+  std::vector<std::string> alsoAt;
 };
 
 // Every change that reaches new_ from the root down, in breadth-first order of

@@ -40,11 +40,12 @@ SchemaConfig versionConfig(const Args& args_, const std::string& side_,
   config.file = args_.get(side_ + "-proto", args_.get("proto"));
   if (isDirectory(location_)) {
     if (config.file.empty())
-      throw ToolError(exit_usage, side_ + " is a directory: name the file in it with --proto");
+      throw ToolError(exit_usage, location_ + " is a directory: name the file in it with --proto");
     config.protoPaths.push_back(location_);
   } else {
     if (!config.file.empty())
-      throw ToolError(exit_usage, side_ + " is a file: --proto names a file in a directory");
+      throw ToolError(exit_usage,
+                      location_ + " is a file: --proto names a file in OLD and NEW directories");
     const size_t slash = location_.rfind('/');
     config.protoPaths.push_back(slash == std::string::npos ? "."
                                 : slash == 0               ? "/"
@@ -64,14 +65,17 @@ void openVersion(Version& v_) {
 }
 
 std::vector<Change> rootGone(const Version& old_, const Version& new_) {
-  return {{"root type gone", "", old_.config.type, "",
-           "Servers configured with Type " + old_.config.type + " refuse the context for " +
-               new_.config.file +
-               ": no message of this type can be parsed until every server, publisher and "
-               "subscriber has moved to a new type. If it was renamed, name the new one with "
-               "--new-type.",
-           party_publishers | party_subscribers | party_find_sets | party_stored,
-           Order::coordinated}};
+  Change gone;
+  gone.kind = "root type gone";
+  gone.before = old_.config.type;
+  gone.effect = "Servers configured with Type " + old_.config.type + " refuse the context for " +
+                new_.config.file +
+                ": no message of this type can be parsed until every server, publisher and "
+                "subscriber has moved to a new type. If it was renamed, name the new one with "
+                "--new-type.";
+  gone.parties = party_publishers | party_subscribers | party_find_sets | party_stored;
+  gone.order = Order::coordinated;
+  return {gone};
 }
 
 std::vector<SampleBody> loadBodies(const Args& args_, const Version& old_, const Version& new_) {
@@ -143,6 +147,7 @@ void printPeople(const Version& old_, const Version& new_, const std::vector<Cha
     std::printf("\n%s%s%s\n", c.kind.c_str(), c.path.empty() ? "" : ": ", c.path.c_str());
     if (!c.before.empty()) std::printf("  old: %s\n", c.before.c_str());
     if (!c.after.empty()) std::printf("  new: %s\n", c.after.c_str());
+    if (!c.alsoAt.empty()) std::printf("  also at: %s\n", joined(c.alsoAt).c_str());
     std::printf("  %s\n  affects: %s\n  rollout: %s\n", c.effect.c_str(),
                 joined(partyNames(c.parties)).c_str(), orderText(c.order));
   }
@@ -191,6 +196,12 @@ void printJsonReport(const Version& old_, const Version& new_, const std::vector
     field(out, "path", c.path);
     field(out, "old", c.before);
     field(out, "new", c.after);
+    out += ",\"also_at\":[";
+    for (size_t j = 0; j < c.alsoAt.size(); ++j) {
+      if (j) out += ",";
+      appendJsonString(out, c.alsoAt[j]);
+    }
+    out += "]";
     field(out, "effect", c.effect);
     out += ",\"affects\":[";
     const std::vector<std::string> parties = partyNames(c.parties);
