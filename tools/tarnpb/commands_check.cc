@@ -301,8 +301,8 @@ Command checkCommand() {
   };
   for (const auto& o : moduleOptions()) options.push_back(o);
   return {{"check", "[options] OLD NEW",
-           "Judge a schema change under the module's rules: what each change does, who it "
-           "affects, and the rollout order that keeps it safe.",
+           "Judge a schema change under the module's rules and name its rollout order.",
+           "What each change does, who it affects and the rollout order that keeps it safe.\n"
            "OLD and NEW are the two versions, each a .proto file or a directory holding\n"
            "--proto. Fields are matched by number and message types by where they sit\n"
            "under the root type. Each change names its rollout: safe in any order, servers\n"
