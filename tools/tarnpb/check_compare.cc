@@ -106,28 +106,23 @@ std::string valuesAffected(Reading a_, Reading b_) {
   return "";
 }
 
+// How one side's bodies fare on servers of the other version.
+std::string bodiesOn(const char* servers_, bool same_, Reading now_, Reading meant_,
+                     const char* sameText_) {
+  if (same_) return std::string("read by ") + servers_ + " " + sameText_;
+  if (now_ == Reading::refused) return std::string("refused by ") + servers_;
+  return std::string("read by ") + servers_ + " as " + readingText(now_) + " instead of " +
+         readingText(meant_) + valuesAffected(now_, meant_);
+}
+
 std::string bodiesText(const FieldVerdict& v_) {
-  std::string text = "Bodies of publishers on the old schema are ";
-  if (v_.oldBodiesOnNewServers) {
-    text += "read by switched servers as before";
-  } else if (v_.oldBodiesNow == Reading::refused) {
-    text += "refused by switched servers";
-  } else {
-    text += std::string("read by switched servers as ") + readingText(v_.oldBodiesNow) +
-            " instead of " + readingText(v_.oldBodiesAsBefore) +
-            valuesAffected(v_.oldBodiesNow, v_.oldBodiesAsBefore);
-  }
-  text += "; bodies of publishers on the new schema are ";
-  if (v_.newBodiesOnOldServers) {
-    text += "read by servers not yet switched as switched ones read them";
-  } else if (v_.newBodiesNow == Reading::refused) {
-    text += "refused by servers not yet switched";
-  } else {
-    text += std::string("read by servers not yet switched as ") + readingText(v_.newBodiesNow) +
-            " instead of " + readingText(v_.newBodiesAsMeant) +
-            valuesAffected(v_.newBodiesNow, v_.newBodiesAsMeant);
-  }
-  text += ".";
+  std::string text = "Bodies of publishers on the old schema are " +
+                     bodiesOn("switched servers", v_.oldBodiesOnNewServers, v_.oldBodiesNow,
+                              v_.oldBodiesAsBefore, "as before") +
+                     "; bodies of publishers on the new schema are " +
+                     bodiesOn("servers not yet switched", v_.newBodiesOnOldServers, v_.newBodiesNow,
+                              v_.newBodiesAsMeant, "as switched ones read them") +
+                     ".";
   if (v_.traceChanges) text += " The trace renders the field differently.";
   return text;
 }

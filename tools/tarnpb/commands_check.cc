@@ -173,6 +173,18 @@ void field(std::string& out_, const char* name_, const std::string& value_, bool
   }
 }
 
+// ,"name_":["a","b"]
+void list(std::string& out_, const char* name_, const std::vector<std::string>& values_) {
+  out_ += ",\"";
+  out_ += name_;
+  out_ += "\":[";
+  for (size_t i = 0; i < values_.size(); ++i) {
+    if (i) out_ += ",";
+    appendJsonString(out_, values_[i]);
+  }
+  out_ += "]";
+}
+
 void printJsonReport(const Version& old_, const Version& new_, const std::vector<Change>& changes_,
                      const std::vector<BodyReport>& bodies_) {
   std::string out = "{";
@@ -181,12 +193,8 @@ void printJsonReport(const Version& old_, const Version& new_, const std::vector
     out += i == 0 ? "\"old\":{" : ",\"new\":{";
     field(out, "file", versions[i]->config.file, true);
     field(out, "type", versions[i]->config.type);
-    out += ",\"proto_path\":[";
-    for (size_t j = 0; j < versions[i]->config.protoPaths.size(); ++j) {
-      if (j) out += ",";
-      appendJsonString(out, versions[i]->config.protoPaths[j]);
-    }
-    out += "]}";
+    list(out, "proto_path", versions[i]->config.protoPaths);
+    out += "}";
   }
   out += ",\"changes\":[";
   for (size_t i = 0; i < changes_.size(); ++i) {
@@ -196,20 +204,9 @@ void printJsonReport(const Version& old_, const Version& new_, const std::vector
     field(out, "path", c.path);
     field(out, "old", c.before);
     field(out, "new", c.after);
-    out += ",\"also_at\":[";
-    for (size_t j = 0; j < c.alsoAt.size(); ++j) {
-      if (j) out += ",";
-      appendJsonString(out, c.alsoAt[j]);
-    }
-    out += "]";
+    list(out, "also_at", c.alsoAt);
     field(out, "effect", c.effect);
-    out += ",\"affects\":[";
-    const std::vector<std::string> parties = partyNames(c.parties);
-    for (size_t j = 0; j < parties.size(); ++j) {
-      if (j) out += ",";
-      appendJsonString(out, parties[j]);
-    }
-    out += "]";
+    list(out, "affects", partyNames(c.parties));
     field(out, "rollout", orderText(c.order));
     out += "}";
   }
