@@ -258,6 +258,26 @@ TEST(ToolCheck, TheRootTypeRenamedOrGone) {
   EXPECT_EQ(run.status, 1);
 }
 
+// proto3 packs repeated scalars unless told otherwise, and a map is a repeated
+// message of key and value: both are judged like any other field.
+TEST(ToolCheck, Proto3PackingAndMaps) {
+  const std::string oldText =
+      "syntax = \"proto3\";\npackage p;\n"
+      "message M { int32 x = 1; map<string, int32> counts = 2; }\n";
+  const std::string newText =
+      "syntax = \"proto3\";\npackage p;\n"
+      "message M { repeated int32 x = 1; map<string, int64> counts = 2; }\n";
+  const auto run = tarnpb("check -q -p m.proto " + pair(oldText, newText));
+  EXPECT_EQ(verdicts(run.out),
+            (std::vector<std::string>{
+                "label changed: x | publishers, subscribers, traces | servers before publishers",
+                "type changed: counts.value | publishers, subscribers, traces | servers before "
+                "publishers",
+                serversFirst}))
+      << run.out;
+  EXPECT_EQ(run.status, 1);
+}
+
 }  // namespace
 
 #endif

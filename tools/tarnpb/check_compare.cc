@@ -351,6 +351,8 @@ class Walk {
   void compareTypeNames(const FD* old_, const FD* new_, const std::string& path_) {
     const char* kind = nullptr;
     std::string before, after;
+    // A map's entry type is named after its field: the field's rename says it all.
+    if (old_->is_map() && new_->is_map()) return;
     if (old_->message_type() != nullptr && new_->message_type() != nullptr &&
         old_->message_type()->name() != new_->message_type()->name()) {
       kind = "message type renamed";
