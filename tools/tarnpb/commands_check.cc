@@ -27,8 +27,9 @@ struct Version {
 
 bool isDirectory(const std::string& path_) {
   struct stat info;
-  if (::stat(path_.c_str(), &info) != 0) readInput(path_);  // throws with the system's reason
-  return S_ISDIR(info.st_mode);
+  if (::stat(path_.c_str(), &info) == 0) return S_ISDIR(info.st_mode);
+  readInput(path_);  // throws with the system's reason
+  throw ToolError(exit_usage, "cannot read " + path_);
 }
 
 // OLD or NEW as the server is given it: a directory holding --proto, or a
