@@ -4,52 +4,20 @@
 #ifdef TARNPB_PATH
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <cstdio>
-#include <fstream>
-#include <sstream>
 
 #include "module_fixture.h"
+#include "tool_run.h"
 #include "wire.h"
 
 namespace {
 
-struct ToolRun {
-  int status;
-  std::string out, lastError;
-};
-
-std::string readFile(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path, std::ios::binary).rdbuf();
-  return text.str();
-}
-
-std::string quote(const std::string& path) { return "'" + path + "'"; }
-
-tarn_test::TempDir& scratch() {
-  static tarn_test::TempDir* pDir = new tarn_test::TempDir();
-  return *pDir;
-}
-
-// Runs tarnpb with the arguments (already shell-quoted where needed).
-ToolRun tarnpb(const std::string& args) {
-  const std::string errPath = scratch().path() + "/stderr";
-  const std::string command =
-      quote(TARNPB_PATH) + " " + args + " 2>" + quote(errPath) + " </dev/null";
-  ToolRun run{-1, "", ""};
-  std::FILE* pipe = ::popen(command.c_str(), "r");
-  if (pipe == nullptr) return run;
-  char chunk[4096];
-  for (size_t n; (n = std::fread(chunk, 1, sizeof chunk, pipe)) != 0;) run.out.append(chunk, n);
-  const int raw = ::pclose(pipe);
-  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
-  std::string err = readFile(errPath);
-  while (!err.empty() && err.back() == '\n') err.pop_back();
-  run.lastError = err.substr(err.rfind('\n') == std::string::npos ? 0 : err.rfind('\n') + 1);
-  return run;
-}
+using tarn_test::quote;
+using tarn_test::readFile;
+using tarn_test::scratch;
+using tarn_test::tarnpb;
+using tarn_test::ToolRun;
 
 const std::string examples = std::string(TARN_SOURCE_DIR) + "/examples";
 const std::string book =

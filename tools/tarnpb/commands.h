@@ -31,6 +31,7 @@ Command serializeCommand();
 Command encodeCommand();
 Command decodeCommand();
 Command demoCommand();
+Command checkCommand();
 
 // The module with a context for the schema, and the tool's own view of the
 // same schema. The module is asked first when the type is named, so that an

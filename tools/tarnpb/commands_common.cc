@@ -10,7 +10,7 @@ namespace tarnpb {
 const std::vector<Command>& commands() {
   static const std::vector<Command> all = {parseCommand(),     traceCommand(),  mergeCommand(),
                                            serializeCommand(), encodeCommand(), decodeCommand(),
-                                           demoCommand()};
+                                           checkCommand(),     demoCommand()};
   return all;
 }
 
