@@ -1,0 +1,46 @@
+#!/usr/bin/env bash
+# What creating contexts costs against libprotobuf's Importer alone doing the
+# same imports and look-ups: builds the benchmarks in Release (in build-bench)
+# and prints the table of bench/context_bench.cc with its targets (~10 s).
+# Arguments go to the binary (--rounds=N, --filter=TEXT). With --instructions
+# first, it runs under valgrind's callgrind instead and prints the instructions
+# of the first context and of each further one, per workload and side (the
+# counts are deterministic; a minute or two). TARN_MODULE=path/to/another.so
+# measures that build of the module.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+"$root/scripts/setup.sh"
+cmake -S "$root" -B "$root/build-bench" -DCMAKE_BUILD_TYPE=Release -DTARN_BUILD_BENCH=ON \
+  -DTARN_BUILD_TESTS=OFF -DTARN_BUILD_TOOLS=OFF >/dev/null
+cmake --build "$root/build-bench" -j "$(nproc)" --target tarn_context_bench >/dev/null
+bin=$root/build-bench/bench/tarn_context_bench
+[ "${1:-}" = --instructions ] || exec "$bin" "$@"
+shift
+
+out=$(mktemp -d)
+trap 'rm -rf "$out"' EXIT
+valgrind --tool=callgrind --callgrind-out-file="$out/cg.%p" --dump-instr=no --dump-line=no \
+  "$bin" "$@" >"$out/stdout" 2>"$out/stderr" || {
+  cat "$out/stdout" "$out/stderr" >&2
+  exit 1
+}
+# Each dump names its run: ctx|workload|side|contexts|part.
+for name in $(cd "$out" && ls cg.*.* | sort -t. -k2,2n -k3,3n); do
+  f=$out/$name
+  desc=$(grep -m1 '^desc: Trigger: Client Request: ctx|' "$f" || true)
+  [ -n "$desc" ] || continue
+  printf '%s|%s\n' "${desc#desc: Trigger: Client Request: }" "$(grep -m1 '^summary:' "$f" | cut -d' ' -f2)"
+done | awk -F'|' '
+  {
+    key = $2 "|" $3
+    if (!(key in n)) { order[++rows] = key; n[key] = $4 }
+    count[key, $5] = $6
+  }
+  END {
+    printf "| workload | side | first context | each further context |\n|---|---|---|---|\n"
+    for (i = 1; i <= rows; ++i) {
+      k = order[i]; split(k, part, "|")
+      further = n[k] > 1 ? sprintf("%.0f", count[k, "rest"] / (n[k] - 1)) : "-"
+      printf "| %s | %s | %d | %s |\n", part[1], part[2], count[k, "first"], further
+    }
+  }'
