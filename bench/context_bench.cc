@@ -196,8 +196,9 @@ int main(int argc_, char** argv_) {
       const Side order[2] = {r % 2 ? Side::importer : Side::module,
                              r % 2 ? Side::module : Side::importer};
       for (Side side : order) {
-        const std::string label = "ctx|" + workloads[w].name + "|" + tarn_bench::sideName(side) +
-                                  "|" + std::to_string(workloads[w].contexts.size());
+        const std::string label = "ctx|" + std::to_string(w) + "|" + workloads[w].name + "|" +
+                                  tarn_bench::sideName(side) + "|" +
+                                  std::to_string(workloads[w].contexts.size());
         const RunFigures figures = runApart(side, workloads[w], label);
         if (!figures.ok) {
           std::fprintf(stderr, "%s failed\n", label.c_str());

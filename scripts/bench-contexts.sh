@@ -24,17 +24,16 @@ valgrind --tool=callgrind --callgrind-out-file="$out/cg.%p" --dump-instr=no --du
   cat "$out/stdout" "$out/stderr" >&2
   exit 1
 }
-# Each dump names its run: ctx|workload|side|contexts|part.
-for name in $(cd "$out" && ls cg.*.* | sort -t. -k2,2n -k3,3n); do
-  f=$out/$name
+# Each dump names its run: ctx|workload number|workload|side|contexts|part.
+for f in "$out"/cg.*.*; do
   desc=$(grep -m1 '^desc: Trigger: Client Request: ctx|' "$f" || true)
   [ -n "$desc" ] || continue
   printf '%s|%s\n' "${desc#desc: Trigger: Client Request: }" "$(grep -m1 '^summary:' "$f" | cut -d' ' -f2)"
-done | awk -F'|' '
+done | sort -t'|' -k2,2n -k4,4r | awk -F'|' '
   {
-    key = $2 "|" $3
-    if (!(key in n)) { order[++rows] = key; n[key] = $4 }
-    count[key, $5] = $6
+    key = $3 "|" $4
+    if (!(key in n)) { order[++rows] = key; n[key] = $5 }
+    count[key, $6] = $7
   }
   END {
     printf "| workload | side | first context | each further context |\n|---|---|---|---|\n"

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <iterator>
 #include <unordered_map>
-#include <unordered_set>
 
 using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
@@ -270,16 +269,7 @@ void table_builder::fill(type_table& t_) {
 // fields keep theirs), then those given out here.
 void table_builder::placeFields() {
   std::bitset<memo_slot_count> taken;
-  std::unordered_set<const type_table*> seen(_reachedOld.begin(), _reachedOld.end());
-  std::vector<const type_table*> pending(seen.begin(), seen.end());
-  while (!pending.empty()) {
-    const type_table* const t = pending.back();
-    pending.pop_back();
-    for (const field_entry& e : t->fields) {
-      if (e.slot < memo_slot_count) taken.set(e.slot);
-      if (e.nested != nullptr && seen.insert(e.nested).second) pending.push_back(e.nested);
-    }
-  }
+  for (const type_table* old : _reachedOld) taken |= old->placesReached;
   size_t place = 0;
   for (const std::unique_ptr<type_table>& t : _fresh) {
     for (field_entry& e : t->fields) {
@@ -364,18 +354,29 @@ void table_builder::markComponents() {
 
 void table_builder::finishComponent(const std::vector<size_t>& members_) {
   const bool cycle = members_.size() > 1;
-  uint32_t places = 0;
+  std::bitset<memo_slot_count> places;
+  uint32_t highest = 0;  // one past the highest place in places
   for (size_t m : members_) {
     type_table& t = *_fresh[m];
     if (cycle) t.recursive = true;
     for (const field_entry& e : t.fields) {
-      if (e.slot < memo_slot_count) places = std::max<uint32_t>(places, e.slot + 1u);
-      // A member's own places count above; one reached through another
-      // member is the same, and one outside is finished.
-      if (e.nested != nullptr) places = std::max<uint32_t>(places, e.nested->memoPlaces);
+      if (e.slot < memo_slot_count) {
+        places.set(e.slot);
+        highest = std::max<uint32_t>(highest, e.slot + 1u);
+      }
+      // A member's own places count above; the places a member reaches
+      // through another member are the same, and a table outside the
+      // component is finished.
+      if (e.nested != nullptr) {
+        places |= e.nested->placesReached;
+        highest = std::max<uint32_t>(highest, e.nested->memoPlaces);
+      }
     }
   }
-  for (size_t m : members_) _fresh[m]->memoPlaces = static_cast<uint16_t>(places);
+  for (size_t m : members_) {
+    _fresh[m]->placesReached = places;
+    _fresh[m]->memoPlaces = static_cast<uint16_t>(highest);
+  }
 }
 
 }  // namespace

@@ -14,9 +14,9 @@
 
 #include <google/protobuf/descriptor.h>
 
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -109,6 +109,9 @@ struct type_table {
   // highest place of a field it reaches, at most memo_slot_count. A parse
   // clears that many.
   uint16_t memoPlaces;
+  // The memo places of every field this type reaches, its own included: what
+  // a new root that reaches this type leaves to the others.
+  std::bitset<memo_slot_count> placesReached;
   // Field numbers up to byNumber.size() - 1 map to index + 1 (0: no field);
   // a type whose numbers are too sparse for that keeps them sorted instead.
   std::vector<uint32_t> byNumber;
