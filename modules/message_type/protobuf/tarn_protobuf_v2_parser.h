@@ -93,14 +93,18 @@ class tarn_protobuf_v2_parser {
    private:
     TARN_NOINLINE uint32_t _miss(const field_entry& field_, uint32_t seed_) {
       const uint32_t i = field_.slot;
+      // Made before the host is called and the seed taken back from it, so
+      // that only the key lives across the call.
+      const uint64_t key = field_.memoKey | seed_;
       // A field met for the first time has nothing to hit, and every repeated
       // message starts with a round of those. Only a miss that replaces
       // another key (or falls on the place never filled) says the pairs do
       // not come back: off once those outnumber the hits by more than 8.
       if ((i >= memo_slot_count || _keys[i] != 0) && ++_conflicts > _hits + 8) _on = false;
-      const uint32_t hash = tarn_message_xpath_hash_string(field_.name, field_.nameLength, seed_);
+      const uint32_t hash = tarn_message_xpath_hash_string(field_.name, field_.nameLength,
+                                                           static_cast<uint32_t>(key));
       if (i < memo_slot_count) {
-        _keys[i] = field_.memoKey | seed_;
+        _keys[i] = key;
         _hashes[i] = hash;
       }
       return hash;
