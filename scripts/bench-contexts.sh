@@ -9,10 +9,7 @@
 # measures that build of the module.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-"$root/scripts/setup.sh"
-cmake -S "$root" -B "$root/build-bench" -DCMAKE_BUILD_TYPE=Release -DTARN_BUILD_BENCH=ON \
-  -DTARN_BUILD_TESTS=OFF -DTARN_BUILD_TOOLS=OFF >/dev/null
-cmake --build "$root/build-bench" -j "$(nproc)" --target tarn_context_bench >/dev/null
+"$root/scripts/bench.sh" --build-only
 bin=$root/build-bench/bench/tarn_context_bench
 [ "${1:-}" = --instructions ] || exec "$bin" "$@"
 shift
