@@ -86,7 +86,7 @@ std::string withUnit(double value_, const char* const units_[], const double ste
   int u = 0;
   while (u + 1 < n_ && std::abs(value_) >= steps_[u + 1]) ++u;
   char text[64];
-  std::snprintf(text, sizeof text, "%.3g %s", value_ / steps_[u], units_[u]);
+  std::snprintf(text, sizeof text, "%.4g %s", value_ / steps_[u], units_[u]);
   return text;
 }
 
