@@ -4,7 +4,10 @@
 // one more thread keeps creating contexts that replace the ones the traffic
 // uses and creating and destroying contexts of other schemas. Most of those
 // are new files, so the importer parses them and grows the process-wide
-// descriptor pool while the traffic reads descriptors from it. Every result
+// descriptor pool while the traffic reads descriptors from it. The contexts
+// share field tables: the replacements use the very tables the traffic walks,
+// and the new roots hold the traffic's own type, so their tables are built
+// around (and point at) tables that other threads are reading. Every result
 // must equal what the same call gives on one thread alone; built with
 // ThreadSanitizer (scripts/test.sh runs it so) the test also shows that no
 // byte is shared without synchronisation.
@@ -124,9 +127,9 @@ std::string randomOf(const char* file_, const char* type_, uint64_t seed_) {
 // traffic's types with new ones, as a reloaded server would, so that calls on
 // several threads meet on contexts that nothing has used yet; the replaced ones
 // are destroyed once the traffic has stopped. Between those, contexts of other
-// schemas come and go: a new schema file (and package) each time, now and then
-// a file the pool already holds and a refused type; each parses one body
-// before it is destroyed.
+// schemas come and go: a new schema file (and package) each time, whose root
+// also holds the traffic's first type, now and then a file the pool already
+// holds and a refused type; each parses one body before it is destroyed.
 class Reloader {
  public:
   static const int types = 2;
@@ -157,11 +160,13 @@ class Reloader {
       } else {
         const std::string package = tarn_test::uniqueName("reload");
         const std::string file = package + ".proto";
-        dir.write(file, "syntax = \"proto2\";\npackage " + package +
-                            ";\nmessage Inner { optional string label = 1; }\n"
+        dir.write(file, "syntax = \"proto2\";\npackage " + package + ";\nimport \"" +
+                            _types[0].file +
+                            "\";\nmessage Inner { optional string label = 1; }\n"
                             "message Outer {\n  optional int32 id = 1;\n"
                             "  optional Inner inner = 2;\n  repeated sint32 deltas = 3 "
-                            "[packed = true];\n}\n");
+                            "[packed = true];\n  repeated " +
+                            _types[0].name + " shared = 4;\n}\n");
         check(tarn_test::makeContext(dir.path(), file, package + ".Outer"),
               wire::Body().varint(1, 5).msg(2, wire::Body().str(1, "x")), 3);
       }

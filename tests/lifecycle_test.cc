@@ -1,7 +1,8 @@
 // A module freshly loaded from its own copy of the library, so that nothing
-// another test did (start-up, mapped paths, imported files) is in it: calls
-// before start-up and with no logger, and what re-creating an unchanged
-// context costs a long-lived process.
+// another test did (start-up, mapped paths, imported files, field tables) is
+// in it: calls before start-up and with no logger, what re-creating an
+// unchanged context and keeping many contexts of one type cost a long-lived
+// process, and roots that reach tables built for other roots.
 #include <gtest/gtest.h>
 #include <malloc.h>
 
@@ -10,6 +11,7 @@
 #include <memory>
 
 #include "module_fixture.h"
+#include "wire.h"
 
 namespace {
 
@@ -144,6 +146,84 @@ TEST(Lifecycle, RecreatingAnUnchangedContextKeepsTheHeapFlat) {
   EXPECT_LE(after, before + 1024) << "heap grew by " << after - before << " bytes";
 }
 #endif
+
+#ifndef TARN_TEST_SANITIZED
+// Contexts of a type that is already loaded share its field tables (one per
+// message type in the process): each further context costs the heap only its
+// own small object, however many types its root reaches.
+TEST(Lifecycle, ContextsOfALoadedTypeCostOnlyTheirOwnObject) {
+  FreshModule module;
+  ASSERT_TRUE(module.loaded());
+  module.api().module_init(nullptr, nullptr, nullptr);  // nothing kept per log line
+  tarn_host::ContextOptions options;
+  const std::string path = ";" + tarn_test::dataDir();
+  options.add("ProtoPath", path.c_str()).add("ProtoFile", "rich.proto");
+  options.add("Type", "tarn.test.Rich");
+  const int count = 200;
+  std::vector<tarn_message_type_context> contexts;
+  contexts.reserve(count + 1);
+  contexts.push_back(module.api().create_context(options.get()));
+  ASSERT_NE(nullptr, contexts[0]);
+  const size_t before = mallinfo2().uordblks;
+  for (int i = 0; i < count; ++i) contexts.push_back(module.api().create_context(options.get()));
+  const size_t after = mallinfo2().uordblks;
+  for (tarn_message_type_context c : contexts) {
+    EXPECT_NE(nullptr, c);
+    module.api().destroy_context(c);
+  }
+  // The context object is 16 bytes; tables of its own would cost kilobytes.
+  EXPECT_LE(after - before, count * 64u) << "heap grew by " << after - before << " bytes";
+}
+#endif
+
+// Roots that reach types whose tables were built for other roots: fields of
+// different types may then share a place in a parse's path-hash memo, and a
+// place must answer only the field it was filled for. Under the stand-in
+// host's cheap hashing (seed + length) the elements of xs and ys continue the
+// same seed, so a place shared by a and bbb, answering by seed alone, would
+// hand one field's hash to the other.
+TEST(Lifecycle, FieldsSharingAMemoPlaceKeepTheirOwnHashes) {
+  tarn_test::TempDir dir;
+  const std::string file = tarn_test::uniqueName("memo") + ".proto";
+  dir.write(file,
+            "syntax = \"proto2\";\npackage memo;\n"
+            "message X { optional int32 a = 1; }\nmessage Y { optional int32 bbb = 1; }\n"
+            "message OnlyX { repeated X xs = 1; }\nmessage OnlyY { repeated Y ys = 1; }\n"
+            "message Both { repeated X xs = 1; repeated Y ys = 2; }\n");
+  FreshModule module;
+  ASSERT_TRUE(module.loaded());
+  module.api().module_init(nullptr, nullptr, nullptr);
+  std::vector<tarn_message_type_context> contexts;
+  for (const char* type : {"memo.OnlyX", "memo.OnlyY", "memo.Both"}) {
+    tarn_host::ContextOptions options;
+    const std::string path = ";" + dir.path();
+    options.add("ProtoPath", path.c_str()).add("ProtoFile", file.c_str()).add("Type", type);
+    contexts.push_back(module.api().create_context(options.get()));
+    ASSERT_NE(nullptr, contexts.back()) << type;
+  }
+  const std::string body = wire::Body()
+                               .msg(1, wire::Body().varint(1, 1))
+                               .msg(2, wire::Body().varint(1, 2))
+                               .msg(1, wire::Body().varint(1, 3))
+                               .msg(2, wire::Body().varint(1, 4));
+  tarn_input_message in = {};
+  in.message_type_context = contexts.back();
+  in.data = body.data();
+  in.byte_count = body.size();
+  tarn_host::ValueSet set;
+  tarn_host::ValueSet::cheapHashing(true);
+  const int status = module.api().parse_message(&in, set.handle());
+  tarn_host::ValueSet::cheapHashing(false);
+  ASSERT_EQ(0, status);
+  const std::vector<tarn_message_value_set_entry> entries = set.entries();
+  ASSERT_EQ(8u, entries.size());
+  for (const tarn_message_value_set_entry& e : entries) {
+    const uint32_t seed = e.parent == 0xFFFFFFFFu ? tarn_host::default_base_hash
+                                                  : entries[e.parent].hash + 1;  // the separator
+    EXPECT_EQ(seed + e.tag_length, e.hash) << std::string(e.tag_bytes, e.tag_length);
+  }
+  for (tarn_message_type_context c : contexts) module.api().destroy_context(c);
+}
 
 // Mapping a pair that is already mapped changes no lookup: the pair keeps its
 // first place, so a file in two mapped directories still comes from the

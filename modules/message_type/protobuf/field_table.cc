@@ -1,6 +1,7 @@
 #include "field_table.h"
 
 #include <algorithm>
+#include <bitset>
 #include <cstdint>
 #include <iterator>
 #include <unordered_map>
@@ -46,10 +47,18 @@ void setDefault(field_entry& entry_, const FieldDescriptor& f_) {
       entry_.defaultKind = default_long;
       entry_.defaultLong = f_.default_value_bool() ? 1 : 0;
       break;
-    case FieldDescriptor::CPPTYPE_ENUM:
+    case FieldDescriptor::CPPTYPE_ENUM: {
+      // A default names one of the enum's values; should the library have
+      // none to give, the field is treated as declaring no default.
+      const google::protobuf::EnumValueDescriptor* value = f_.default_value_enum();
+      if (value == nullptr) {
+        entry_.flags &= static_cast<uint8_t>(~field_has_default);
+        break;
+      }
       entry_.defaultKind = default_long;
-      entry_.defaultLong = f_.default_value_enum()->number();
+      entry_.defaultLong = value->number();
       break;
+    }
     case FieldDescriptor::CPPTYPE_STRING: {
       const std::string& text = f_.default_value_string();
       entry_.defaultKind = default_string;
@@ -100,103 +109,192 @@ const field_entry* type_table::findSorted(int number_) const {
   return it != sorted.end() && it->first == number_ ? &fieldArray[it->second] : nullptr;
 }
 
-field_tables::field_tables(const Descriptor* root_) {
-  // Types are numbered as they are first reached, the root first; a type is
-  // built after it is numbered, so recursive types point at their own table.
-  std::unordered_map<const Descriptor*, type_table*> known;
-  std::vector<const Descriptor*> pending;
-  auto tableOf = [&](const Descriptor* d_) {
-    auto found = known.find(d_);
-    if (found != known.end()) return found->second;
-    _tables.emplace_back(new type_table());
-    type_table* const t = _tables.back().get();
-    t->descriptor = d_;
-    known.emplace(d_, t);
-    pending.push_back(d_);
-    return t;
-  };
-  tableOf(root_);
-  uint32_t slot = 0;
-  for (size_t next = 0; next < pending.size(); ++next) {
-    const Descriptor* const d = pending[next];
-    type_table* const t = known[d];
-    const int count = d->field_count();
-    t->fields.resize(static_cast<size_t>(count));
-    t->anyDefault = false;
-    int maxNumber = 0;
-    for (int i = 0; i < count; ++i) {
-      const FieldDescriptor& f = *d->field(i);
-      field_entry& e = t->fields[static_cast<size_t>(i)];
-      e = field_entry();
-      e.name = f.name().data();
-      e.nameLength = static_cast<uint32_t>(f.name().size());
-      e.number = f.number();
-      e.index = i;
-      e.slot = slot < memo_slot_count ? slot++ : memo_slot_count;
-      e.type = static_cast<uint8_t>(f.type());
-      e.travel = travelOf(f.type());
-      if (f.label() == FieldDescriptor::LABEL_REQUIRED) e.flags |= field_required;
-      if (f.is_packed()) e.flags |= field_packed;
-      if (f.is_repeated()) e.flags |= field_repeated;
-      if (f.type() == FieldDescriptor::TYPE_MESSAGE) {
-        e.flags |= field_message;
-        e.nested = tableOf(f.message_type());
-      }
-      e.entry.parent = e.entry.first_child = e.entry.next_sibling = 0xFFFFFFFFu;
-      e.entry.tag_bytes = e.name;
-      e.entry.tag_length = e.nameLength;
-      if (e.is(field_required)) e.entry.value_flags = tarn_message_value_set_entry_flag_required;
-      setDefault(e, f);
-      setDecoders(e);
-      if (e.is(field_has_default)) t->anyDefault = true;
-      maxNumber = std::max(maxNumber, e.number);
-    }
-    // The keys are written once the table's text is complete, so that no
-    // pointer into it moves afterwards.
-    std::vector<size_t> keyAt(static_cast<size_t>(count));
-    for (int i = 0; i < count; ++i) {
-      const field_entry& e = t->fields[static_cast<size_t>(i)];
-      keyAt[static_cast<size_t>(i)] = t->traceKeys.size();
-      t->traceKeys.append(",\"").append(e.name, e.nameLength).append("\":");
-    }
-    for (int i = 0; i < count; ++i) {
-      field_entry& e = t->fields[static_cast<size_t>(i)];
-      e.traceKey = t->traceKeys.data() + keyAt[static_cast<size_t>(i)];
-      e.traceKeyLength = e.nameLength + 4;
-    }
-    if (denseFits(maxNumber, count)) {
-      t->byNumber.assign(static_cast<size_t>(maxNumber) + 1, 0);
-      for (int i = 0; i < count; ++i)
-        t->byNumber[static_cast<size_t>(t->fields[i].number)] = static_cast<uint32_t>(i) + 1;
-    } else {
-      for (int i = 0; i < count; ++i)
-        t->sorted.emplace_back(t->fields[i].number, static_cast<uint32_t>(i));
-      std::sort(t->sorted.begin(), t->sorted.end());
-    }
-    std::fill(std::begin(t->byTag), std::end(t->byTag), nullptr);
-    for (const field_entry& e : t->fields) {
-      if (e.number <= 0 || e.number >= 16) continue;
-      for (unsigned wire = 0; wire < 8; ++wire)
-        t->byTag[static_cast<unsigned>(e.number) << wiretype_bits | wire] = &e;
-    }
-    t->fieldArray = t->fields.data();
-    t->count = static_cast<uint32_t>(count);
-    t->byNumberArray = t->byNumber.data();
-    t->byNumberCount = static_cast<uint32_t>(t->byNumber.size());
+namespace {
+
+// Every table built so far, by the descriptor it was built from. Owning: the
+// tables go when the module is unloaded, with the pool their descriptors
+// live in.
+class table_registry {
+ public:
+  const type_table* find(const Descriptor* descriptor_) const {
+    const auto it = _tables.find(descriptor_);
+    return it == _tables.end() ? nullptr : it->second.get();
   }
-  for (const auto& t : _tables) t->slotsUsed = slot;
-  markRecursive();
+
+  // Takes every table of fresh_, or none: on an exception the tables
+  // already taken are dropped again (and freed with the rest of fresh_).
+  void publish(std::vector<std::unique_ptr<type_table>>& fresh_) {
+    size_t taken = 0;
+    try {
+      for (; taken < fresh_.size(); ++taken)
+        _tables.emplace(fresh_[taken]->descriptor, std::unique_ptr<type_table>());
+    } catch (...) {
+      for (size_t i = 0; i < taken; ++i) _tables.erase(fresh_[i]->descriptor);
+      throw;
+    }
+    for (std::unique_ptr<type_table>& t : fresh_) _tables[t->descriptor] = std::move(t);
+    fresh_.clear();
+  }
+
+  // The memo key of a field not numbered yet, or 0 once 2^32 - 1 fields have
+  // been numbered (a field without a key gets no memo place).
+  uint64_t nextMemoKey() {
+    if (_fieldsNumbered == UINT32_MAX) return 0;
+    return uint64_t{++_fieldsNumbered} << 32;
+  }
+
+ private:
+  std::unordered_map<const Descriptor*, std::unique_ptr<type_table>> _tables;
+  uint32_t _fieldsNumbered = 0;
+};
+
+table_registry& registry() {
+  static table_registry tables;
+  return tables;
 }
 
-// Marks the types that lie on a cycle of message fields, that is, the types
-// whose messages can hold one of their own type at some depth. The cycles are
-// the strongly connected components of the graph of message fields (Tarjan's
-// algorithm), walked with an explicit stack so that a schema of any size and
-// depth takes one pass and no deep recursion.
-void field_tables::markRecursive() {
-  const size_t count = _tables.size();
-  std::unordered_map<const type_table*, size_t> indexOf;
-  for (size_t i = 0; i < count; ++i) indexOf.emplace(_tables[i].get(), i);
+// Builds the tables a root misses. Types are numbered as they are first
+// reached, the root first; a type is built after it is numbered, so
+// recursive types point at their own table.
+class table_builder {
+ public:
+  explicit table_builder(table_registry& registry_) : _registry(registry_) {}
+
+  const type_table* build(const Descriptor* root_) {
+    const type_table* const root = tableOf(root_);
+    for (size_t next = 0; next < _fresh.size(); ++next) fill(*_fresh[next]);
+    placeFields();
+    markComponents();
+    _registry.publish(_fresh);
+    return root;
+  }
+
+ private:
+  const type_table* tableOf(const Descriptor* d_);
+  void fill(type_table& t_);
+  void placeFields();
+  void markComponents();
+  void finishComponent(const std::vector<size_t>& members_);
+
+  table_registry& _registry;
+  // The tables built for this root, in the order their types were reached.
+  std::vector<std::unique_ptr<type_table>> _fresh;
+  std::unordered_map<const Descriptor*, size_t> _freshIndex;
+  // Tables built before that fields of fresh tables point at.
+  std::vector<const type_table*> _reachedOld;
+};
+
+const type_table* table_builder::tableOf(const Descriptor* d_) {
+  const auto found = _freshIndex.find(d_);
+  if (found != _freshIndex.end()) return _fresh[found->second].get();
+  if (const type_table* const old = _registry.find(d_)) {
+    _reachedOld.push_back(old);
+    return old;
+  }
+  // Owned before it is listed: a list that cannot grow frees it.
+  std::unique_ptr<type_table> t(new type_table());
+  t->descriptor = d_;
+  _fresh.push_back(std::move(t));
+  _freshIndex.emplace(d_, _fresh.size() - 1);
+  return _fresh.back().get();
+}
+
+void table_builder::fill(type_table& t_) {
+  const Descriptor* const d = t_.descriptor;
+  const int count = d->field_count();
+  t_.fields.resize(static_cast<size_t>(count));
+  t_.anyDefault = false;
+  t_.recursive = false;
+  int maxNumber = 0;
+  for (int i = 0; i < count; ++i) {
+    const FieldDescriptor& f = *d->field(i);
+    field_entry& e = t_.fields[static_cast<size_t>(i)];
+    e = field_entry();
+    e.name = f.name().data();
+    e.nameLength = static_cast<uint32_t>(f.name().size());
+    e.number = f.number();
+    e.index = i;
+    e.type = static_cast<uint8_t>(f.type());
+    e.travel = travelOf(f.type());
+    if (f.label() == FieldDescriptor::LABEL_REQUIRED) e.flags |= field_required;
+    if (f.is_packed()) e.flags |= field_packed;
+    if (f.is_repeated()) e.flags |= field_repeated;
+    if (f.type() == FieldDescriptor::TYPE_MESSAGE) {
+      e.flags |= field_message;
+      e.nested = tableOf(f.message_type());
+    }
+    e.entry.parent = e.entry.first_child = e.entry.next_sibling = 0xFFFFFFFFu;
+    e.entry.tag_bytes = e.name;
+    e.entry.tag_length = e.nameLength;
+    if (e.is(field_required)) e.entry.value_flags = tarn_message_value_set_entry_flag_required;
+    setDefault(e, f);
+    setDecoders(e);
+    if (e.is(field_has_default)) t_.anyDefault = true;
+    maxNumber = std::max(maxNumber, e.number);
+  }
+  // The keys are written once the table's text is complete, so that no
+  // pointer into it moves afterwards.
+  std::vector<size_t> keyAt(static_cast<size_t>(count));
+  for (int i = 0; i < count; ++i) {
+    const field_entry& e = t_.fields[static_cast<size_t>(i)];
+    keyAt[static_cast<size_t>(i)] = t_.traceKeys.size();
+    t_.traceKeys.append(",\"").append(e.name, e.nameLength).append("\":");
+  }
+  for (int i = 0; i < count; ++i) {
+    field_entry& e = t_.fields[static_cast<size_t>(i)];
+    e.traceKey = t_.traceKeys.data() + keyAt[static_cast<size_t>(i)];
+    e.traceKeyLength = e.nameLength + 4;
+  }
+  if (denseFits(maxNumber, count)) {
+    t_.byNumber.assign(static_cast<size_t>(maxNumber) + 1, 0);
+    for (int i = 0; i < count; ++i)
+      t_.byNumber[static_cast<size_t>(t_.fields[i].number)] = static_cast<uint32_t>(i) + 1;
+  } else {
+    for (int i = 0; i < count; ++i)
+      t_.sorted.emplace_back(t_.fields[i].number, static_cast<uint32_t>(i));
+    std::sort(t_.sorted.begin(), t_.sorted.end());
+  }
+  std::fill(std::begin(t_.byTag), std::end(t_.byTag), nullptr);
+  for (const field_entry& e : t_.fields) {
+    if (e.number > 0 && e.number < 16) t_.byTag[e.number] = &e;
+  }
+  t_.fieldArray = t_.fields.data();
+  t_.count = static_cast<uint32_t>(count);
+  t_.byNumberArray = t_.byNumber.data();
+  t_.byNumberCount = static_cast<uint32_t>(t_.byNumber.size());
+}
+
+// Hands each new field the lowest memo place that no other field the root
+// reaches holds: first the places of the older tables it reaches (their
+// fields keep theirs), then those given out here.
+void table_builder::placeFields() {
+  std::bitset<memo_slot_count> taken;
+  for (const type_table* old : _reachedOld) taken |= old->placesReached;
+  size_t place = 0;
+  for (const std::unique_ptr<type_table>& t : _fresh) {
+    for (field_entry& e : t->fields) {
+      e.memoKey = _registry.nextMemoKey();
+      while (place < memo_slot_count && taken.test(place)) ++place;
+      if (e.memoKey == 0 || place == memo_slot_count) {
+        e.slot = memo_slot_count;
+        continue;
+      }
+      e.slot = static_cast<uint16_t>(place++);
+    }
+  }
+}
+
+// Marks the new types that lie on a cycle of message fields, that is, the
+// types whose messages can hold one of their own type at some depth, and
+// gives every new type its memo places. The cycles are the strongly
+// connected components of the graph of message fields (Tarjan's algorithm),
+// walked with an explicit stack so that a schema of any size and depth takes
+// one pass and no deep recursion. Older tables can reach no new one, so every
+// cycle through a new type lies among the new ones, and a component is
+// finished only after every component it reaches: its members' memo places
+// are then known.
+void table_builder::markComponents() {
+  const size_t count = _fresh.size();
   const size_t unvisited = SIZE_MAX;
   std::vector<size_t> order(count, unvisited);  // when each type was first reached
   std::vector<size_t> low(count, 0);            // the earliest type on the stack it reaches
@@ -207,6 +305,7 @@ void field_tables::markRecursive() {
     size_t nextField;
   };
   std::vector<frame> frames;
+  std::vector<size_t> members;
   size_t reached = 0;
   auto enter = [&](size_t type_) {
     order[type_] = low[type_] = reached++;
@@ -219,11 +318,13 @@ void field_tables::markRecursive() {
     enter(start);
     while (!frames.empty()) {
       const size_t v = frames.back().type;
-      type_table& table = *_tables[v];
+      type_table& table = *_fresh[v];
       if (frames.back().nextField < table.fields.size()) {
         const type_table* const nested = table.fields[frames.back().nextField++].nested;
         if (nested == nullptr) continue;
-        const size_t w = indexOf.at(nested);
+        const auto fresh = _freshIndex.find(nested->descriptor);
+        if (fresh == _freshIndex.end()) continue;  // an older table
+        const size_t w = fresh->second;
         if (w == v) table.recursive = true;  // a field of its own type
         if (order[w] == unvisited) {
           enter(w);
@@ -243,12 +344,45 @@ void field_tables::markRecursive() {
       size_t first = stack.size();
       do --first;
       while (stack[first] != v);
-      const bool cycle = stack.size() - first > 1;
-      for (size_t i = first; i < stack.size(); ++i) {
-        onStack[stack[i]] = false;
-        if (cycle) _tables[stack[i]]->recursive = true;
-      }
+      members.assign(stack.begin() + static_cast<ptrdiff_t>(first), stack.end());
+      for (size_t m : members) onStack[m] = false;
       stack.resize(first);
+      finishComponent(members);
     }
   }
+}
+
+void table_builder::finishComponent(const std::vector<size_t>& members_) {
+  const bool cycle = members_.size() > 1;
+  std::bitset<memo_slot_count> places;
+  uint32_t highest = 0;  // one past the highest place in places
+  for (size_t m : members_) {
+    type_table& t = *_fresh[m];
+    if (cycle) t.recursive = true;
+    for (const field_entry& e : t.fields) {
+      if (e.slot < memo_slot_count) {
+        places.set(e.slot);
+        highest = std::max<uint32_t>(highest, e.slot + 1u);
+      }
+      // A member's own places count above; the places a member reaches
+      // through another member are the same, and a table outside the
+      // component is finished.
+      if (e.nested != nullptr) {
+        places |= e.nested->placesReached;
+        highest = std::max<uint32_t>(highest, e.nested->memoPlaces);
+      }
+    }
+  }
+  for (size_t m : members_) {
+    _fresh[m]->placesReached = places;
+    _fresh[m]->memoPlaces = static_cast<uint16_t>(highest);
+  }
+}
+
+}  // namespace
+
+const type_table* field_tables::of(const Descriptor* root_) {
+  table_registry& tables = registry();
+  if (const type_table* const known = tables.find(root_)) return known;
+  return table_builder(tables).build(root_);
 }

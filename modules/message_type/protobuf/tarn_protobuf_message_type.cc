@@ -131,7 +131,7 @@ tarn_protobuf_message_type* tarn_protobuf_message_type::create(const tarn_module
     return nullptr;
   }
 
-  context->_pTables.reset(new field_tables(context->_pRootDescriptor));
+  context->_pRootTable = field_tables::of(context->_pRootDescriptor);
   LOGGER(tarn_module_log_level_trace, "tarn_protobuf message type context created successfully");
   return context.release();
 }
@@ -139,12 +139,12 @@ tarn_protobuf_message_type* tarn_protobuf_message_type::create(const tarn_module
 int tarn_protobuf_message_type::parseMessage(const char* pData_, size_t length_,
                                              tarn_message_xpath_value_set valueSet_,
                                              tarn_message_xpath_find_set findSet_) const {
-  tarn_protobuf_v2_parser parser(_pTables->root(), valueSet_, findSet_);
+  tarn_protobuf_v2_parser parser(_pRootTable, valueSet_, findSet_);
   return parser.parse(pData_, length_);
 }
 
 void tarn_protobuf_message_type::trace(const tarn_trace_buffer* pTraceBuffer_,
                                        tarn_trace_output_buffer* pOutputBuffer_) const {
-  tarn_protobuf_v2_tracer tracer(_pTables->root(), pOutputBuffer_);
+  tarn_protobuf_v2_tracer tracer(_pRootTable, pOutputBuffer_);
   tracer.trace(pTraceBuffer_);
 }

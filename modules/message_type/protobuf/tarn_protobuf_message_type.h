@@ -1,16 +1,15 @@
 // One configured message type. The object holds its root descriptor and the
-// field tables the engines walk, built from the descriptors before the context
-// is returned and read-only from then on. The
-// schema objects behind every descriptor are process-wide, shared by all
-// contexts and kept until the module is unloaded, so a context may name a type
-// that an earlier context loaded and descriptors never dangle.
+// field table of the root, which the engines walk. Like the schema objects
+// behind every descriptor, the tables are process-wide, shared by all contexts
+// and kept until the module is unloaded: a context may name a type that an
+// earlier context loaded, its tables are complete before it is returned and
+// read-only from then on, and neither descriptors nor tables ever dangle.
 #ifndef TARN_PROTOBUF_TARN_PROTOBUF_MESSAGE_TYPE_H
 #define TARN_PROTOBUF_TARN_PROTOBUF_MESSAGE_TYPE_H
 
 #include <google/protobuf/compiler/importer.h>
 #include <google/protobuf/descriptor.h>
 
-#include <memory>
 #include <string>
 
 #include "field_table.h"
@@ -19,7 +18,7 @@
 
 class tarn_protobuf_message_type {
  public:
-  tarn_protobuf_message_type() : _pRootDescriptor(nullptr) {}
+  tarn_protobuf_message_type() : _pRootDescriptor(nullptr), _pRootTable(nullptr) {}
 
   // Builds a context from the host's options, or returns null and says why in
   // the log. Must not run on two threads at once: it changes the shared schema.
@@ -43,7 +42,7 @@ class tarn_protobuf_message_type {
 
  private:
   const google::protobuf::Descriptor* _pRootDescriptor;
-  std::unique_ptr<const field_tables> _pTables;
+  const type_table* _pRootTable;  // shared, owned by field_tables
 
   // Constructed in this order when the module is loaded, destroyed in reverse.
   static google::protobuf::compiler::DiskSourceTree _diskTree;

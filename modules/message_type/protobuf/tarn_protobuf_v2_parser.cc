@@ -170,7 +170,7 @@ int tarn_protobuf_v2_parser::_parseLevel(parse_context& context_) {
     const unsigned first = static_cast<unsigned char>(*pValueStart);
     const field_entry* pThis;
     unsigned decoder;
-    if (first < 0x80 && (pThis = table.byTag[first]) != nullptr) {
+    if (first < 0x80 && (pThis = table.byTag[first >> wiretype_bits]) != nullptr) {
       ++p;
       decoder = pThis->decode[first & wiretype_mask];
     } else {

@@ -57,20 +57,22 @@ class tarn_protobuf_v2_parser {
     void splitRange(int split_);
   };
 
-  // Path hashes already computed in this parse, one per field: the seed it
-  // continued and the hash. The host's hash functions are pure, so a field
-  // met again under the same seed (a member of a repeated nested message)
-  // reuses its hash: the host sees the same entries and only fewer hash
-  // calls. A field's slot in the context's tables is its place, so there is
-  // nothing to compare but the seed. A place holds its seed with bit 32 set,
-  // so that the zero a parse starts from matches no seed; the places in use
-  // are cleared, and the one past them, shared by the fields beyond the
-  // last, is never filled: a hit is one load and one compare.
+  // Path hashes already computed in this parse: per memo place (see
+  // field_entry::slot) the key it was filled under and the hash. The host's
+  // hash functions are pure, so a field met again under the same seed (a
+  // member of a repeated nested message) reuses its hash: the host sees the
+  // same entries and only fewer hash calls. A key is the field's memoKey
+  // (its own number in the high half) with the seed in the low half, so a
+  // place answers only the field and seed it was filled for, whichever
+  // fields share it; no key is 0, so the zero a place is cleared to matches
+  // none. The places the root's fields can hold are cleared, and the one
+  // past them, shared by the fields without a place, is never filled: a hit
+  // is one load and one compare.
   class path_hash_cache {
    public:
-    explicit path_hash_cache(uint32_t slotsUsed_) : _hits(0), _conflicts(0), _on(true) {
+    explicit path_hash_cache(uint32_t places_) : _hits(0), _conflicts(0), _on(true) {
       std::memset(_keys, 0,
-                  (slotsUsed_ < memo_slot_count ? slotsUsed_ : memo_slot_count) * sizeof _keys[0]);
+                  (places_ < memo_slot_count ? places_ : memo_slot_count) * sizeof _keys[0]);
       _keys[memo_slot_count] = 0;
     }
 
@@ -81,7 +83,7 @@ class tarn_protobuf_v2_parser {
 
     TARN_ALWAYS_INLINE uint32_t hash(const field_entry& field_, uint32_t seed_) {
       const uint32_t i = field_.slot;
-      if (_keys[i] == (filled | seed_)) {
+      if (_keys[i] == (field_.memoKey | seed_)) {
         ++_hits;
         return _hashes[i];
       }
@@ -89,18 +91,20 @@ class tarn_protobuf_v2_parser {
     }
 
    private:
-    static constexpr uint64_t filled = uint64_t{1} << 32;
-
     TARN_NOINLINE uint32_t _miss(const field_entry& field_, uint32_t seed_) {
       const uint32_t i = field_.slot;
+      // Made before the host is called and the seed taken back from it, so
+      // that only the key lives across the call.
+      const uint64_t key = field_.memoKey | seed_;
       // A field met for the first time has nothing to hit, and every repeated
       // message starts with a round of those. Only a miss that replaces
-      // another seed (or falls on the place never filled) says the pairs do
+      // another key (or falls on the place never filled) says the pairs do
       // not come back: off once those outnumber the hits by more than 8.
       if ((i >= memo_slot_count || _keys[i] != 0) && ++_conflicts > _hits + 8) _on = false;
-      const uint32_t hash = tarn_message_xpath_hash_string(field_.name, field_.nameLength, seed_);
+      const uint32_t hash = tarn_message_xpath_hash_string(field_.name, field_.nameLength,
+                                                           static_cast<uint32_t>(key));
       if (i < memo_slot_count) {
-        _keys[i] = filled | seed_;
+        _keys[i] = key;
         _hashes[i] = hash;
       }
       return hash;
@@ -109,7 +113,7 @@ class tarn_protobuf_v2_parser {
     uint32_t _hits;
     uint32_t _conflicts;
     bool _on;
-    uint64_t _keys[memo_slot_count + 1];  // filled | seed, or 0
+    uint64_t _keys[memo_slot_count + 1];  // memoKey | seed, or 0
     uint32_t _hashes[memo_slot_count + 1];
   };
 
@@ -121,7 +125,7 @@ class tarn_protobuf_v2_parser {
         _pBody(nullptr),
         _pBodyEnd(nullptr),
         _previousSibling(INVALID),
-        _hashes(pRootTable_->slotsUsed) {}
+        _hashes(pRootTable_->memoPlaces) {}
 
   [[nodiscard]] int parse(const char* pSource_, size_t sourceLength_);
 
