@@ -1,13 +1,12 @@
 // One configured message type. The object holds its root descriptor and the
 // field tables the engines walk, built from the descriptors before the context
 // is returned and read-only from then on. The
-// schema objects behind every descriptor are process-wide, shared by all
-// contexts and kept until the module is unloaded, so a context may name a type
-// that an earlier context loaded and descriptors never dangle.
+// schema objects behind every descriptor are process-wide (schema_store.h),
+// shared by all contexts and kept until the module is unloaded, so a context
+// may name a type that an earlier context loaded and descriptors never dangle.
 #ifndef TARN_PROTOBUF_TARN_PROTOBUF_MESSAGE_TYPE_H
 #define TARN_PROTOBUF_TARN_PROTOBUF_MESSAGE_TYPE_H
 
-#include <google/protobuf/compiler/importer.h>
 #include <google/protobuf/descriptor.h>
 
 #include <memory>
@@ -15,7 +14,6 @@
 
 #include "field_table.h"
 #include "message_type/tarn_message_type.h"
-#include "module_error_collector.h"
 
 class tarn_protobuf_message_type {
  public:
@@ -23,6 +21,8 @@ class tarn_protobuf_message_type {
 
   // Builds a context from the host's options, or returns null and says why in
   // the log. Must not run on two threads at once: it changes the shared schema.
+  // Throws std::bad_alloc when memory runs out; the shared schema is then as
+  // it was, or marked damaged (schema_store.h).
   static tarn_protobuf_message_type* create(const tarn_module_options options_);
 
   static bool addProtoPath(const std::string& root_, const std::string& path_);
@@ -44,11 +44,6 @@ class tarn_protobuf_message_type {
  private:
   const google::protobuf::Descriptor* _pRootDescriptor;
   std::unique_ptr<const field_tables> _pTables;
-
-  // Constructed in this order when the module is loaded, destroyed in reverse.
-  static google::protobuf::compiler::DiskSourceTree _diskTree;
-  static ModuleErrorCollector _errorCollector;
-  static google::protobuf::compiler::Importer _importer;
 };
 
 #endif

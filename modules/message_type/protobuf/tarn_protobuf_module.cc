@@ -42,7 +42,10 @@ tarn_message_type_create_context(const tarn_module_options options_) {
     return tarn_protobuf_message_type::create(options_);
   } catch (...) {
     // Only running out of memory (in this module or in libprotobuf's
-    // importer) gets here; the host sees a refusal.
+    // importer) gets here; the host sees a refusal. A fixed text: composing
+    // one could need memory again.
+    LOGGER(tarn_module_log_level_critical,
+           "Error in tarn_protobuf: out of memory while creating the message type context");
     return nullptr;
   }
 }
