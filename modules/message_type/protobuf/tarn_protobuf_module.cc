@@ -123,7 +123,9 @@ TARN_EXPORT int tarn_message_type_serialize_message(tarn_output_message_data* ou
   try {
     n = serializer.serializeDelta(*outputMessage_->value_list);
   } catch (const std::bad_alloc&) {
-    // No memory for a deeper tag stack: nothing is counted as written.
+    // No memory for a deeper tag stack: the message is not written, and a
+    // host must not publish the segment as if it were.
+    return TARN_FAILURE;
   }
   message.byte_count += static_cast<uint32_t>(n);
   return TARN_SUCCESS;
