@@ -232,8 +232,8 @@ schema_source_tree::outcome schema_source_tree::_openCandidate(const std::string
   const schema_text::nesting n = schema_text::scanNesting(text_.data(), text_.size(), allowed);
   if (n.deepest > allowed) {
     _lastError = diskFile_ + " nests blocks " + std::to_string(n.deepest) + " deep, past the " +
-                 std::to_string(allowed) + " levels allowed on this thread (line " + std::to_string(n.line) +
-                 " column " + std::to_string(n.column) + ")";
+                 std::to_string(allowed) + " levels allowed on this thread (line " +
+                 std::to_string(n.line) + " column " + std::to_string(n.column) + ")";
     return refused;
   }
   return opened;

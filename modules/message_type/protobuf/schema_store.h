@@ -14,6 +14,14 @@
 // that ends in std::bad_alloc marks the store damaged: no context is created
 // from it again (contexts created before keep working, their files were
 // complete), and at unload a damaged store is deliberately left undestroyed.
+//
+// Such an unwind is also the one thing libprotobuf cannot always survive: its
+// parser allocates in destructors, where std::bad_alloc ends the process. So an
+// import runs with memory in reserve: a block of address space taken before
+// the import starts and given back by a new handler the moment an allocation
+// fails, so that the allocation is retried and the import finishes through its
+// own success or error path. Only when the reserve is spent too does the
+// exception come.
 #ifndef TARN_PROTOBUF_SCHEMA_STORE_H
 #define TARN_PROTOBUF_SCHEMA_STORE_H
 
@@ -34,14 +42,25 @@ class schema_store {
   // Whether a store exists and was damaged; false before the first creation.
   static bool damaged();
 
+  // Runs, once and at start-up, the one-time initialisations that an import
+  // reaches inside libprotobuf and the C library: the descriptors of
+  // descriptor.proto (read to interpret options), the unwinder the C library
+  // loads on first use, and the bounds of the starting thread's stack. Both run under pthread_once,
+  // and an exception unwound through pthread_once needs that unwinder: loading it in the middle of
+  // an out-of-memory unwind fails and aborts the process. Never throws; an initialisation that
+  // finds no memory now is retried where it is reached.
+  static void prepare() noexcept;
+
   // Maps one search path, once per distinct virtual/disk pair: the tree tries
   // its mappings in the order they were added, so a second copy of a pair
   // would change no lookup but grow the tree and add failed probes to every
   // later import. A pair is recorded only together with its mapping.
   void mapPath(const std::string& virtual_, const std::string& disk_);
 
-  // Imports one file on the calling thread. Marks the store damaged when
-  // running out of memory interrupts the import, and rethrows.
+  // Imports one file on the calling thread, with the reserve in place. Throws
+  // std::bad_alloc, the pool untouched, when the reserve cannot be taken; marks
+  // the store damaged when running out of memory interrupts the import, and
+  // rethrows.
   const google::protobuf::FileDescriptor* import(const std::string& fileName_);
 
   const google::protobuf::DescriptorPool& pool() const { return *_importer.pool(); }

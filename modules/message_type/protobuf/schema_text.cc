@@ -63,13 +63,31 @@ unsigned allowedNesting(size_t stackLeft_) {
 }
 
 uintptr_t stackLimit() {
+  // The last thread's answer, kept: the C library's query allocates, and when
+  // that allocation fails it crashes instead of failing. Creations run on one
+  // thread at a time, usually the same one, which start-up already asked for.
+  static pthread_t s_owner;
+  static uintptr_t s_lowest = 0, s_highest = 0;
+  const uintptr_t here = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+  if (s_lowest != 0 && pthread_equal(s_owner, pthread_self()) && here > s_lowest &&
+      here < s_highest)
+    return s_lowest;
+  // Initialised first although the call fills it: the call reads parts of it.
   pthread_attr_t attributes;
-  if (pthread_getattr_np(pthread_self(), &attributes) != 0) return 0;
+  if (pthread_attr_init(&attributes) != 0) return 0;
+  if (pthread_getattr_np(pthread_self(), &attributes) != 0) {
+    pthread_attr_destroy(&attributes);
+    return 0;
+  }
   void* pLowest = nullptr;
   size_t size = 0;
   const int status = pthread_attr_getstack(&attributes, &pLowest, &size);
   pthread_attr_destroy(&attributes);
-  return status == 0 ? reinterpret_cast<uintptr_t>(pLowest) : 0;
+  if (status != 0) return 0;
+  s_owner = pthread_self();
+  s_lowest = reinterpret_cast<uintptr_t>(pLowest);
+  s_highest = s_lowest + size;
+  return s_lowest;
 }
 
 size_t stackLeft(uintptr_t limit_) {

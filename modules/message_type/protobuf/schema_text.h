@@ -42,7 +42,8 @@ nesting scanNesting(const char* pText_, size_t length_, unsigned limit_);
 unsigned allowedNesting(size_t stackLeft_);
 
 // The lowest usable address of the calling thread's stack, or 0 when the
-// system does not say. Read once per import, outside libprotobuf.
+// system does not say. Read once per import, outside libprotobuf, and asked of
+// the system only when the thread differs from the last one.
 uintptr_t stackLimit();
 
 // Bytes of stack left below the caller's frame, given stackLimit's answer; a

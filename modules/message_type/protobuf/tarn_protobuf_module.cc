@@ -11,6 +11,7 @@
 
 #include "message_type/tarn_message_type.h"
 #include "module_log.h"
+#include "schema_store.h"
 #include "tarn_export.h"
 #include "tarn_protobuf_message_type.h"
 #include "tarn_protobuf_v2_serializer.h"
@@ -26,6 +27,7 @@ TARN_EXPORT int tarn_module_init(tarn_module_options /*options*/, tarn_module_lo
                                  tarn_module_allocator allocator) {
   tarn_protobuf::setLogger(logger);
   ALLOCATOR = allocator;
+  schema_store::prepare();
   LOGGER(tarn_module_log_level_info, "tarn_protobuf message type module loaded");
   return TARN_SUCCESS;
 }
