@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -253,6 +254,17 @@ TEST(HostileSchemaFiles, ImportsChainedBeyondTheStackAreRefused) {
              line.text.find("this thread") != std::string::npos;
   EXPECT_TRUE(named);
   onStackOf(256 << 10, expectStillWorking);
+}
+
+// The module logs names as given; a host escapes them when it shows a line.
+TEST(HostileSchemaFiles, ControlCharactersInNamesReachTheLoggerAsGivenAndAreEscapedOnShow) {
+  const std::string file = "evil\n[  2] tarn_protobuf forged\x1b[2J\\.proto";
+  const Outcome outcome = create("/nonexistent-dir-for-names", file, "x.Y");
+  EXPECT_FALSE(outcome.created);
+  const LogLine given{8, "tarn_protobuf message type MODULE_INIT: ProtoFile = " + file};
+  EXPECT_NE(outcome.lines.end(), std::find(outcome.lines.begin(), outcome.lines.end(), given));
+  EXPECT_EQ("evil\\x0a[  2] tarn_protobuf forged\\x1b[2J\\x5c.proto",
+            Logger::printable(file.c_str()));
 }
 
 TEST(HostileSchemaFiles, BracesInCommentsAndStringsDoNotCount) {
