@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -98,23 +99,30 @@ bool applyMapping(const std::string& name_, const std::string& virtual_, const s
   return true;
 }
 
-// The whole of an open regular file, at most limit_ + 1 bytes of it.
-bool readAll(int fd_, size_t expected_, size_t limit_, std::string& text_) {
-  text_.resize(expected_ < limit_ ? expected_ + 1 : limit_ + 1);
+enum read_result { read_complete, read_too_large, read_binary, read_failed };
+
+// The whole of an open regular file, stopping early at more than limit_ bytes
+// or at a NUL byte, so that a wrong file costs little to refuse.
+read_result readAll(int fd_, size_t expected_, size_t limit_, std::string& text_) {
+  text_.reserve(std::min(expected_, limit_) + 1);
+  text_.resize(std::min<size_t>(expected_, 64 * 1024) + 1);
   size_t filled = 0;
   for (;;) {
     if (filled == text_.size()) {
-      if (text_.size() > limit_) break;
+      if (text_.size() > limit_) return read_too_large;
       text_.resize(std::min(limit_ + 1, text_.size() * 2));
     }
-    const ssize_t n = ::read(fd_, &text_[filled], text_.size() - filled);
+    // In pieces, so that a binary file is known by its first one.
+    const size_t piece = std::min<size_t>(text_.size() - filled, 64 * 1024);
+    const ssize_t n = ::read(fd_, &text_[filled], piece);
     if (n < 0 && errno == EINTR) continue;
-    if (n < 0) return false;
+    if (n < 0) return read_failed;
     if (n == 0) break;
+    if (std::memchr(&text_[filled], '\0', static_cast<size_t>(n)) != nullptr) return read_binary;
     filled += static_cast<size_t>(n);
   }
   text_.resize(filled);
-  return true;
+  return filled > limit_ ? read_too_large : read_complete;
 }
 
 }  // namespace
@@ -195,34 +203,30 @@ schema_source_tree::outcome schema_source_tree::_openCandidate(const std::string
     return refused;
   }
   // The name may have been replaced since stat: the open file decides.
-  const size_t megabytes = schema_text::max_file_bytes >> 20;
-  const std::string tooLarge = diskFile_ + " is larger than " + std::to_string(megabytes) + " MB";
-  bool read = false;
+  read_result result = read_failed;
+  bool regular = false;
   try {
-    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-      _lastError = diskFile_ + " is not a regular file";
-    } else if (static_cast<uint64_t>(info.st_size) > schema_text::max_file_bytes) {
-      _lastError = tooLarge;
-    } else if (!readAll(fd, static_cast<size_t>(info.st_size), schema_text::max_file_bytes,
-                        text_)) {
-      _lastError = diskFile_ + " cannot be read";
-    } else {
-      read = true;
-    }
+    regular = ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+    if (regular)
+      result =
+          static_cast<uint64_t>(info.st_size) > schema_text::max_file_bytes
+              ? read_too_large
+              : readAll(fd, static_cast<size_t>(info.st_size), schema_text::max_file_bytes, text_);
   } catch (...) {
     ::close(fd);
     throw;
   }
   ::close(fd);
-  if (!read) return refused;
-  if (text_.size() > schema_text::max_file_bytes) {
-    _lastError = tooLarge;
-    return refused;
-  }
-  if (std::memchr(text_.data(), '\0', text_.size()) != nullptr) {
+  if (!regular)
+    _lastError = diskFile_ + " is not a regular file";
+  else if (result == read_too_large)
+    _lastError =
+        diskFile_ + " is larger than " + std::to_string(schema_text::max_file_bytes >> 20) + " MB";
+  else if (result == read_binary)
     _lastError = diskFile_ + " holds binary content (a NUL byte), not .proto text";
-    return refused;
-  }
+  else if (result == read_failed)
+    _lastError = diskFile_ + " cannot be read";
+  if (result != read_complete) return refused;
   const size_t left = schema_text::stackLeft(_stackLimit);
   const unsigned allowed = schema_text::allowedNesting(left);
   if (left < schema_text::stack_per_file) {

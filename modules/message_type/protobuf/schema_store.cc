@@ -3,6 +3,7 @@
 #include <execinfo.h>
 #include <google/protobuf/descriptor.pb.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
@@ -16,15 +17,16 @@ schema_store* g_pStore = nullptr;
 // block this size is mapped on its own and never touched, so it holds address
 // space, not resident memory, and freeing it returns that space at once.
 constexpr size_t reserve_bytes = size_t{4} << 20;
-void* g_pReserve = nullptr;
+// Atomic because the handler is process-wide while an import runs: another
+// thread of the host that runs out of memory then may take the reserve.
+std::atomic<void*> g_pReserve{nullptr};
 std::new_handler g_previousHandler = nullptr;
 
 // The new handler while an import runs: the reserve first, then whatever
 // handler the host had, then the exception.
 void releaseReserve() {
-  if (g_pReserve != nullptr) {
-    std::free(g_pReserve);
-    g_pReserve = nullptr;
+  if (void* pReserve = g_pReserve.exchange(nullptr)) {
+    std::free(pReserve);
   } else if (g_previousHandler != nullptr) {
     g_previousHandler();
   } else {
@@ -36,8 +38,8 @@ void releaseReserve() {
 class reserve_scope {
  public:
   reserve_scope() {
-    if (g_pReserve == nullptr) g_pReserve = std::malloc(reserve_bytes);
-    if (g_pReserve == nullptr) throw std::bad_alloc();
+    if (g_pReserve.load() == nullptr) g_pReserve.store(std::malloc(reserve_bytes));
+    if (g_pReserve.load() == nullptr) throw std::bad_alloc();
     g_previousHandler = std::set_new_handler(&releaseReserve);
   }
   ~reserve_scope() { std::set_new_handler(g_previousHandler); }
