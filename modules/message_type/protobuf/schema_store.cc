@@ -34,6 +34,17 @@ void releaseReserve() {
   }
 }
 
+// Destroys the store at unload, unless an interrupted import damaged it: the
+// pool's destructor would then abort the host on its open checkpoints. The
+// damaged store stays reachable through g_pStore until the process ends. The
+// reserve goes in either case.
+struct store_keeper {
+  ~store_keeper() {
+    std::free(g_pReserve.exchange(nullptr));
+    if (g_pStore != nullptr && !schema_store::damaged()) delete g_pStore;
+  }
+} g_keeper;
+
 // The reserve and its handler for the length of one import.
 class reserve_scope {
  public:
@@ -46,15 +57,6 @@ class reserve_scope {
   reserve_scope(const reserve_scope&) = delete;
   reserve_scope& operator=(const reserve_scope&) = delete;
 };
-
-// Destroys the store at unload, unless an interrupted import damaged it: the
-// pool's destructor would then abort the host on its open checkpoints. The
-// damaged store stays reachable through g_pStore until the process ends.
-struct store_keeper {
-  ~store_keeper() {
-    if (g_pStore != nullptr && !schema_store::damaged()) delete g_pStore;
-  }
-} g_keeper;
 
 }  // namespace
 
