@@ -16,12 +16,13 @@
 // this takes memory that stays exhausted past the reserve; a child that ends
 // so, and only there, is counted as "libprotobuf cannot survive".
 //
-//   schema_fault_sweep [--stride N] [--verbose]
+//   schema_fault_sweep [--stride N] [--verbose] [--module PATH]
 //   schema_fault_sweep --at N [--persistent]
 //
 // --stride N tries every Nth allocation (default 1: all of them). Prints one
 // line per outcome class and exits 1 when any child failed. --at runs the one
-// trial in this process, for a debugger.
+// trial in this process, for a debugger. --module tries another build of the
+// module than the one of this tree.
 #include <dlfcn.h>
 #include <execinfo.h>
 #include <sys/wait.h>
@@ -194,10 +195,12 @@ Result runChild(tarn_host::LoadedModule*& pModule_, uint64_t nth_, bool persiste
 int main(int argc, char** argv) {
   uint64_t stride = 1, at = 0;
   bool verbose = false, persistentAt = false;
+  const char* modulePath = TARN_MODULE_PATH;
   for (int i = 1; i < argc; ++i) {
     if (std::strcmp(argv[i], "--at") == 0 && i + 1 < argc)
       at = std::strtoull(argv[++i], nullptr, 10);
     if (std::strcmp(argv[i], "--persistent") == 0) persistentAt = true;
+    if (std::strcmp(argv[i], "--module") == 0 && i + 1 < argc) modulePath = argv[++i];
     if (std::strcmp(argv[i], "--stride") == 0 && i + 1 < argc)
       stride = std::strtoull(argv[++i], nullptr, 10);
     if (std::strcmp(argv[i], "--verbose") == 0) verbose = true;
@@ -205,7 +208,7 @@ int main(int argc, char** argv) {
   if (stride == 0) stride = 1;
   auto* pModule = new tarn_host::LoadedModule();
   std::string error;
-  if (!pModule->open(TARN_MODULE_PATH, error)) {
+  if (!pModule->open(modulePath, error)) {
     std::fprintf(stderr, "%s\n", error.c_str());
     return 2;
   }
