@@ -15,7 +15,8 @@ bool g_echo = false;
 void Logger::log(int level_, const char* text_) {
   std::lock_guard<std::mutex> lock(g_mutex);
   g_lines.push_back(LogLine{level_, text_});
-  if (g_echo) std::fprintf(stderr, "[%s] %s\n", levelName(level_).c_str(), text_);
+  if (g_echo)
+    std::fprintf(stderr, "[%s] %s\n", levelName(level_).c_str(), printable(text_).c_str());
 }
 
 std::vector<LogLine> Logger::lines() {
@@ -42,6 +43,21 @@ void Logger::clear() {
 void Logger::echoToStderr(bool on_) {
   std::lock_guard<std::mutex> lock(g_mutex);
   g_echo = on_;
+}
+
+std::string Logger::printable(const char* text_) {
+  std::string out;
+  for (const char* p = text_; *p != '\0'; ++p) {
+    const unsigned char c = static_cast<unsigned char>(*p);
+    if (c >= 0x20 && c != 0x7F && c != '\\') {
+      out += static_cast<char>(c);
+    } else {
+      char escaped[8];
+      std::snprintf(escaped, sizeof escaped, "\\x%02x", c);
+      out += escaped;
+    }
+  }
+  return out;
 }
 
 std::string Logger::levelName(int level_) {

@@ -1,6 +1,7 @@
 // The stand-in host's log sink. A module logger is a plain function with no
 // user data, so the record is process-wide; every line is kept with its level
-// and may also be echoed to standard error.
+// as the module gave it and may also be echoed to standard error, with control
+// characters and backslashes written as \xNN.
 #ifndef TARN_HOST_LOGGER_H
 #define TARN_HOST_LOGGER_H
 
@@ -28,6 +29,12 @@ class Logger {
   static std::vector<LogLine> linesSince(size_t mark_);
   static void clear();
   static void echoToStderr(bool on_);
+
+  // A line as a terminal may show it: the module's lines carry option values
+  // and file names as the configuration gave them, and a control character in
+  // one (a newline, an escape sequence) must not forge or rewrite other lines.
+  // Control characters and the backslash become \xNN.
+  static std::string printable(const char* text_);
 
   // "info", "warning", ... for a single-bit level; "level N" otherwise.
   static std::string levelName(int level_);

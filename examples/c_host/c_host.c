@@ -44,8 +44,21 @@ static void check(int ok, const char* what) {
   mismatches += !ok;
 }
 
-/* The module's log lines: one call per line, valid only during the call. */
-static void logger(int level, const char* text) { fprintf(stderr, "[%3d] %s\n", level, text); }
+/* The module's log lines: one call per line, valid only during the call. A
+ * line carries option values and file names as the configuration gave them, so
+ * control characters (and the backslash) are written as \xNN: a newline or an
+ * escape sequence in a file name must not forge or rewrite other lines. */
+static void logger(int level, const char* text) {
+  const unsigned char* p;
+  fprintf(stderr, "[%3d] ", level);
+  for (p = (const unsigned char*)text; *p != '\0'; ++p) {
+    if (*p < 0x20 || *p == 0x7F || *p == '\\')
+      fprintf(stderr, "\\x%02x", *p);
+    else
+      fputc(*p, stderr);
+  }
+  fputc('\n', stderr);
+}
 
 /* dlsym answers with an object pointer; copying its bytes into the function
  * pointer is the conversion POSIX promises to work. */

@@ -1,5 +1,7 @@
 #include "module_error_collector.h"
 
+#include <cstdio>
+#include <new>
 #include <sstream>
 
 ModuleErrorCollector::ErrorMessage::ErrorMessage(const std::string& fileName_, int line_,
@@ -13,10 +15,19 @@ ModuleErrorCollector::ErrorMessage::ErrorMessage(const std::string& fileName_, i
 
 void ModuleErrorCollector::AddError(const std::string& fileName_, int line_, int column_,
                                     const std::string& message_) {
-  _errors.emplace_back(fileName_, line_, column_, message_);
+  try {
+    _errors.emplace_back(fileName_, line_, column_, message_);
+  } catch (const std::bad_alloc&) {
+    ++_lost;
+  }
 }
 
 void ModuleErrorCollector::logErrors(tarn_module_logger LOGGER) const {
   for (size_t i = 0; i < _errors.size(); ++i)
     LOGGER(tarn_module_log_level_error, _errors[i]._message.c_str());
+  if (_lost == 0) return;
+  char text[128];
+  std::snprintf(text, sizeof text,
+                "Error in tarn_protobuf: %zu import error lines were lost: out of memory", _lost);
+  LOGGER(tarn_module_log_level_error, text);
 }

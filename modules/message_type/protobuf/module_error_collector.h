@@ -25,14 +25,19 @@ class ModuleErrorCollector : public google::protobuf::compiler::MultiFileErrorCo
   ModuleErrorCollector() = default;
   ~ModuleErrorCollector() override = default;
 
+  // Never throws: a line that finds no memory is counted instead of kept, so
+  // that the importer fails the file through its own error path, which
+  // leaves its pool consistent, rather than being unwound by an exception.
   void AddError(const std::string& fileName_, int line_, int column_,
                 const std::string& message_) override;
 
-  // Logs every collected line at the error level; the list is kept.
+  // Logs every collected line at the error level, then how many were lost
+  // for want of memory, if any; the list is kept.
   void logErrors(tarn_module_logger LOGGER) const;
 
  private:
   std::vector<ErrorMessage> _errors;
+  size_t _lost = 0;
 };
 
 #endif

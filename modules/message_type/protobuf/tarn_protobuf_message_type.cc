@@ -4,21 +4,14 @@
 
 #include <cstring>
 #include <memory>
-#include <set>
 #include <sstream>
-#include <utility>
 
 #include "module_log.h"
+#include "schema_store.h"
 #include "tarn_protobuf_v2_parser.h"
 #include "tarn_protobuf_v2_tracer.h"
 
 using google::protobuf::Descriptor;
-
-// Definition order is construction order: the importer needs the other two.
-google::protobuf::compiler::DiskSourceTree tarn_protobuf_message_type::_diskTree;
-ModuleErrorCollector tarn_protobuf_message_type::_errorCollector;
-google::protobuf::compiler::Importer tarn_protobuf_message_type::_importer(
-    &tarn_protobuf_message_type::_diskTree, &tarn_protobuf_message_type::_errorCollector);
 
 namespace {
 
@@ -29,16 +22,6 @@ bool isKey(const char* key_, const char* name_) {
 }
 
 bool isTypeKey(const char* key_) { return std::strncmp(key_, "Type", 4) == 0; }
-
-// Every virtual/disk pair mapped so far. The source tree tries its mappings in
-// the order they were added, so a pair that is already there answers every
-// lookup before a second copy of it could: mapping it again changes no lookup,
-// but would grow the tree on each re-creation of an unchanged context and add
-// failed file system probes to every later import that misses the pool.
-std::set<std::pair<std::string, std::string>>& mappedPaths() {
-  static std::set<std::pair<std::string, std::string>> mapped;
-  return mapped;
-}
 
 }  // namespace
 
@@ -52,24 +35,25 @@ bool tarn_protobuf_message_type::addProtoPath(const std::string& root_, const st
     LOGGER(tarn_module_log_level_warning, text.str().c_str());
     return false;
   }
-  if (mappedPaths().emplace(root_, path_).second) _diskTree.MapPath(root_, path_);
+  schema_store::get().mapPath(root_, path_);
   return true;
 }
 
 bool tarn_protobuf_message_type::addProtoFile(const char* fileName_) {
   if (fileName_ == nullptr) return false;
-  if (_importer.Import(fileName_) != nullptr) {
+  schema_store& store = schema_store::get();
+  if (store.import(fileName_) != nullptr) {
     tarn_protobuf::logFormatted(tarn_module_log_level_info,
                                 "tarn_protobuf successfully loaded proto file %s", fileName_);
     return true;
   }
-  _errorCollector.logErrors(LOGGER);
+  store.errors().logErrors(LOGGER);
   return false;
 }
 
 bool tarn_protobuf_message_type::addType(const char* typeName_) {
   if (typeName_ == nullptr) return false;
-  const Descriptor* pType = _importer.pool()->FindMessageTypeByName(typeName_);
+  const Descriptor* pType = schema_store::get().pool().FindMessageTypeByName(typeName_);
   if (pType == nullptr) {
     tarn_protobuf::logFormatted(
         tarn_module_log_level_emergency,
@@ -83,6 +67,12 @@ bool tarn_protobuf_message_type::addType(const char* typeName_) {
 }
 
 tarn_protobuf_message_type* tarn_protobuf_message_type::create(const tarn_module_options options_) {
+  if (schema_store::damaged()) {
+    LOGGER(tarn_module_log_level_critical,
+           "Error in tarn_protobuf: no new message type context: running out of memory during an "
+           "earlier import left the shared schema incomplete; restart the server");
+    return nullptr;
+  }
   std::unique_ptr<tarn_protobuf_message_type> context(new tarn_protobuf_message_type());
 
   // Three walks, so that paths are mapped before the import and the import is

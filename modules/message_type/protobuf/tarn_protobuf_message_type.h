@@ -1,20 +1,19 @@
 // One configured message type. The object holds its root descriptor and the
 // field table of the root, which the engines walk. Like the schema objects
-// behind every descriptor, the tables are process-wide, shared by all contexts
-// and kept until the module is unloaded: a context may name a type that an
-// earlier context loaded, its tables are complete before it is returned and
-// read-only from then on, and neither descriptors nor tables ever dangle.
+// behind every descriptor (schema_store.h), the tables are process-wide,
+// shared by all contexts and kept until the module is unloaded: a context may
+// name a type that an earlier context loaded, its tables are complete before
+// it is returned and read-only from then on, and neither descriptors nor
+// tables ever dangle.
 #ifndef TARN_PROTOBUF_TARN_PROTOBUF_MESSAGE_TYPE_H
 #define TARN_PROTOBUF_TARN_PROTOBUF_MESSAGE_TYPE_H
 
-#include <google/protobuf/compiler/importer.h>
 #include <google/protobuf/descriptor.h>
 
 #include <string>
 
 #include "field_table.h"
 #include "message_type/tarn_message_type.h"
-#include "module_error_collector.h"
 
 class tarn_protobuf_message_type {
  public:
@@ -22,6 +21,8 @@ class tarn_protobuf_message_type {
 
   // Builds a context from the host's options, or returns null and says why in
   // the log. Must not run on two threads at once: it changes the shared schema.
+  // Throws std::bad_alloc when memory runs out; the shared schema is then as
+  // it was, or marked damaged (schema_store.h).
   static tarn_protobuf_message_type* create(const tarn_module_options options_);
 
   static bool addProtoPath(const std::string& root_, const std::string& path_);
@@ -43,11 +44,6 @@ class tarn_protobuf_message_type {
  private:
   const google::protobuf::Descriptor* _pRootDescriptor;
   const type_table* _pRootTable;  // shared, owned by field_tables
-
-  // Constructed in this order when the module is loaded, destroyed in reverse.
-  static google::protobuf::compiler::DiskSourceTree _diskTree;
-  static ModuleErrorCollector _errorCollector;
-  static google::protobuf::compiler::Importer _importer;
 };
 
 #endif

@@ -11,6 +11,7 @@
 
 #include "message_type/tarn_message_type.h"
 #include "module_log.h"
+#include "schema_store.h"
 #include "tarn_export.h"
 #include "tarn_protobuf_message_type.h"
 #include "tarn_protobuf_v2_serializer.h"
@@ -26,6 +27,7 @@ TARN_EXPORT int tarn_module_init(tarn_module_options /*options*/, tarn_module_lo
                                  tarn_module_allocator allocator) {
   tarn_protobuf::setLogger(logger);
   ALLOCATOR = allocator;
+  schema_store::prepare();
   LOGGER(tarn_module_log_level_info, "tarn_protobuf message type module loaded");
   return TARN_SUCCESS;
 }
@@ -42,7 +44,10 @@ tarn_message_type_create_context(const tarn_module_options options_) {
     return tarn_protobuf_message_type::create(options_);
   } catch (...) {
     // Only running out of memory (in this module or in libprotobuf's
-    // importer) gets here; the host sees a refusal.
+    // importer) gets here; the host sees a refusal. A fixed text: composing
+    // one could need memory again.
+    LOGGER(tarn_module_log_level_critical,
+           "Error in tarn_protobuf: out of memory while creating the message type context");
     return nullptr;
   }
 }
@@ -120,7 +125,9 @@ TARN_EXPORT int tarn_message_type_serialize_message(tarn_output_message_data* ou
   try {
     n = serializer.serializeDelta(*outputMessage_->value_list);
   } catch (const std::bad_alloc&) {
-    // No memory for a deeper tag stack: nothing is counted as written.
+    // No memory for a deeper tag stack: the message is not written, and a
+    // host must not publish the segment as if it were.
+    return TARN_FAILURE;
   }
   message.byte_count += static_cast<uint32_t>(n);
   return TARN_SUCCESS;
