@@ -7,7 +7,7 @@
 namespace tarn_bench {
 
 bool ModuleHost::open(std::string& error_, const std::string& path_) {
-  if (!_module.open(path_, error_)) return false;
+  if (!_module.load(path_, error_)) return false;
   _module.api().module_init(nullptr, &tarn_host::Logger::log, &std::malloc);
   return true;
 }

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "host/module_loader.h"
+#include "host/module_driver.h"
 #include "host/value_list.h"
 #include "host/value_set.h"
 
@@ -32,7 +32,7 @@ class ModuleHost {
             tarn_host::ValueSet& set_) const;
 
  private:
-  tarn_host::LoadedModule _module;
+  tarn_host::ModuleDriver _module;
   std::vector<tarn_message_type_context> _contexts;
 };
 

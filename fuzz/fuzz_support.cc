@@ -23,10 +23,10 @@ std::string describe(uint32_t index_, const tarn_message_value_set_entry& entry_
 }  // namespace
 
 const tarn_host::ModuleApi& api() {
-  static tarn_host::LoadedModule* pModule = [] {
-    auto* p = new tarn_host::LoadedModule();
+  static tarn_host::ModuleDriver* pModule = [] {
+    auto* p = new tarn_host::ModuleDriver();
     std::string error;
-    if (!p->open(tarn_host::defaultModulePath(), error)) fail("module does not load", error);
+    if (!p->load(tarn_host::defaultModulePath(), error)) fail("module does not load", error);
     p->api().module_init(nullptr, &silentLogger, &std::malloc);
     return p;
   }();

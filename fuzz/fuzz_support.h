@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <string>
 
-#include "host/module_loader.h"
+#include "host/module_driver.h"
 #include "host/value_set.h"
 
 namespace tarn_fuzz {

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "fuzz_support.h"
-#include "host/merge_bound.h"
+#include "host/module_driver.h"
 
 namespace {
 
@@ -63,7 +63,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       tarn_fuzz::parse(context, source.get(), sourceBytes.size(), sourceSet) != TARN_SUCCESS)
     return 0;
 
-  const size_t room = tarn_host::mergeOutputBound(updateSet, sourceSet);
+  const size_t room = tarn_host::mergeRoom(updateSet.handle(), sourceSet.handle());
   std::vector<char> segment(used + room, sentinel);
 
   tarn_delta_message_data request;

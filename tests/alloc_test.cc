@@ -13,7 +13,7 @@
 
 #include <functional>
 
-#include "host/merge_bound.h"
+#include "host/module_driver.h"
 #include "host/value_list.h"
 #include "random_message.h"
 #include "tarn/tarn_xpath_hash_set.h"
@@ -114,7 +114,7 @@ TEST_F(Allocations, NoPerMessageCallAllocates) {
         {"merge",
          [&] {
            if (parseInto(rich, update, updated) != TARN_SUCCESS) return -1;
-           if (tarn_host::mergeOutputBound(updated, stored) > out.size()) return -1;
+           if (tarn_host::mergeRoom(updated.handle(), stored.handle()) > out.size()) return -1;
            tarn_delta_message_data delta = {};
            delta.output.data = &out[0];
            delta.update_value_set = updated.handle();

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "host/merge_bound.h"
+#include "host/module_driver.h"
 #include "module_fixture.h"
 #include "wire.h"
 
@@ -89,7 +89,7 @@ TEST(DeepNesting, MergeOfTheBodyOverItselfGivesTheBody) {
   ASSERT_EQ(tarn_test::parse(deepContext(), body, update), TARN_FAILURE);
   ASSERT_EQ(tarn_test::parse(deepContext(), body, stored), TARN_FAILURE);
   std::string segment = "head";
-  const uint32_t count = tarn_host::deltaMerge(api(), update, stored, segment);
+  const uint32_t count = tarn_test::driver().merge(update.handle(), stored.handle(), segment);
   EXPECT_EQ(count, 4 + body.size());
   EXPECT_TRUE(segment == "head" + body) << "merged " << segment.size() << " bytes";
   EXPECT_EQ(update.size(), 0u);

@@ -23,14 +23,14 @@ class FreshModule {
     const std::string copy = _dir.path() + "/module.so";
     std::filesystem::copy_file(TARN_MODULE_PATH, copy);
     std::string error;
-    if (!_module.open(copy, error)) ADD_FAILURE() << error;
+    if (!_module.load(copy, error)) ADD_FAILURE() << error;
   }
   const tarn_host::ModuleApi& api() const { return _module.api(); }
-  bool loaded() const { return _module.isOpen(); }
+  bool loaded() const { return _module.isLoaded(); }
 
  private:
   tarn_test::TempDir _dir;
-  tarn_host::LoadedModule _module;
+  tarn_host::ModuleDriver _module;
 };
 
 struct Schema {

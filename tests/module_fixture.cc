@@ -14,23 +14,23 @@
 #include <map>
 #include <stdexcept>
 
-#include "host/merge_bound.h"
+#include "host/module_driver.h"
 #include "wire.h"
 
 namespace tarn_test {
 
-const tarn_host::ModuleApi& api() {
-  static tarn_host::LoadedModule* pModule = [] {
-    auto* p = new tarn_host::LoadedModule();
+const tarn_host::ModuleDriver& driver() {
+  // Never destroyed: the module stays loaded until the process ends.
+  static const tarn_host::ModuleDriver* pDriver = [] {
+    auto* p = new tarn_host::ModuleDriver();
     std::string error;
-    if (!p->open(TARN_MODULE_PATH, error)) {
+    if (!p->open(TARN_MODULE_PATH, &tarn_host::Logger::log, error)) {
       std::fprintf(stderr, "%s\n", error.c_str());
       std::abort();
     }
-    p->api().module_init(nullptr, &tarn_host::Logger::log, &std::malloc);
     return p;
   }();
-  return pModule->api();
+  return *pDriver;
 }
 
 std::string dataDir() { return std::string(TARN_SOURCE_DIR) + "/tests/data"; }
@@ -197,7 +197,7 @@ Traced trace(tarn_message_type_context ctx, const std::string& body, size_t capa
 std::string runMerge(tarn_host::ValueSet& update_, tarn_host::ValueSet& stored_,
                      const std::string& prefix_, int* pReturned_) {
   const std::string canary(16, '\xCD');
-  const uint64_t room = tarn_host::mergeOutputBound(update_, stored_);
+  const uint64_t room = tarn_host::mergeRoom(update_.handle(), stored_.handle());
   std::string segment = prefix_ + std::string(room, '\xAB') + canary;
   tarn_delta_message_data delta = {};
   delta.output.data = &segment[0];

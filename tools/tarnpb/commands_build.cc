@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "commands.h"
-#include "host/merge_bound.h"
+#include "host/module_driver.h"
 #include "host/value_list.h"
 #include "input.h"
 #include "text_util.h"
@@ -72,7 +72,7 @@ Parsed parseOrRefuse(const Workbench& bench_, const std::string& path_, bool tex
 std::string mergeBodies(const ModuleSession& module_, tarn_host::ValueSet& update_,
                         tarn_host::ValueSet& stored_) {
   // The module checks no capacity: the host sizes the segment beforehand.
-  const size_t room = static_cast<size_t>(tarn_host::mergeOutputBound(update_, stored_));
+  const size_t room = static_cast<size_t>(tarn_host::mergeRoom(update_.handle(), stored_.handle()));
   GuardedRoom buffer(room);
   tarn_delta_message_data delta = {};
   delta.output.data = buffer.data();

@@ -44,7 +44,7 @@ SchemaConfig SchemaConfig::fromArgs(const Args& args_) {
 ModuleSession::ModuleSession(const std::string& modulePath_, bool quiet_) : _quiet(quiet_) {
   tarn_host::Logger::echoToStderr(!quiet_);
   std::string error;
-  if (!_module.open(modulePath_, error)) throw ToolError(exit_refused, error);
+  if (!_module.load(modulePath_, error)) throw ToolError(exit_refused, error);
   const size_t mark = tarn_host::Logger::mark();
   _started = true;
   api().module_init(nullptr, &tarn_host::Logger::log, &std::malloc);

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "host/module_loader.h"
+#include "host/module_driver.h"
 #include "host/value_set.h"
 #include "tarn/tarn_xpath_hash_set.h"
 
@@ -56,7 +56,7 @@ class ModuleSession {
  private:
   void showQuietLines(size_t mark_) const;
 
-  tarn_host::LoadedModule _module;
+  tarn_host::ModuleDriver _module;
   tarn_message_type_context _context = nullptr;
   bool _started = false;
   bool _quiet;
