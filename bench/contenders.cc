@@ -9,24 +9,21 @@ using google::protobuf::Message;
 
 int moduleParse(ModuleSide& m_, const std::string& body_, tarn_host::ValueSet& set_) {
   set_.clear();  // as a server clears a set it reuses
-  return m_.pHost->parse(m_.context, body_, set_);
+  return m_.module.parse(m_.context, body_.data(), body_.size(), set_.handle());
 }
 
 // Returns the status; the text is m_.out[0, *pLength_).
 int moduleTrace(ModuleSide& m_, const std::string& body_, size_t* pLength_ = nullptr) {
-  tarn_trace_buffer in = {body_.data(), body_.size()};
   tarn_trace_output_buffer out = {m_.out.data(), m_.out.size(), 0};
-  const int rc = m_.pHost->api().trace_message(m_.context, &in, &out);
+  const int rc = m_.module.trace(m_.context, body_.data(), body_.size(), out);
   if (pLength_ != nullptr) *pLength_ = out.length;
   return rc;
 }
 
 int mergeSets(ModuleSide& m_, tarn_host::ValueSet& stored_, tarn_host::ValueSet& update_) {
-  tarn_delta_message_data delta = {};
-  delta.output.data = m_.out.data();
-  delta.update_value_set = update_.handle();
-  delta.source_value_set = stored_.handle();
-  return m_.pHost->api().delta_publish_merge(&delta);
+  tarn_message_segment output = {};
+  output.data = m_.out.data();
+  return m_.module.merge(update_.handle(), stored_.handle(), output);
 }
 
 // Both parses and the merge, as a server does a delta publish. Returns the
@@ -51,15 +48,13 @@ int mergeWalk(ModuleSide& m_) {
   return mergeSets(m_, m_.stored, m_.update);
 }
 
-int moduleSerialize(ModuleSide& m_, ValueList& values_) {
-  tarn_output_message_data data = {};
-  data.message.data = m_.out.data();
-  data.value_list = values_.list();
-  data.body_type = 5;
-  const int size = m_.pHost->api().compute_serialize_size(&data);
+int moduleSerialize(ModuleSide& m_, tarn_host::ValueList& values_) {
+  tarn_message_segment message = {};
+  message.data = m_.out.data();
+  const int size = m_.module.serializeRoom(*values_.list(), message);
   if (size <= 0 || static_cast<size_t>(size) > m_.out.size()) return -1;
-  if (m_.pHost->api().serialize_message(&data) != 0) return -1;
-  return static_cast<int>(data.message.byte_count);
+  if (m_.module.serialize(*values_.list(), message) != 0) return -1;
+  return static_cast<int>(message.byte_count);
 }
 
 bool readable(ShapeBench& b_, const char* pData_, int length_) {
@@ -143,7 +138,8 @@ bool prepare(ShapeBench& b_, std::string& error_) {
     error_ = s.name + ": libprotobuf does not parse the body";
     return false;
   }
-  if (m.pHost->parse(m.context, s.body, b_.listSource) != 0 || !b_.values.build(b_.listSource)) {
+  if (m.module.parse(m.context, s.body.data(), s.body.size(), b_.listSource.handle()) != 0 ||
+      !b_.values.build(b_.listSource)) {
     error_ = s.name + ": no value list for serialization";
     return false;
   }

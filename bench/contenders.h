@@ -11,7 +11,9 @@
 #include <vector>
 
 #include "call_loop.h"
-#include "module_host.h"
+#include "host/module_driver.h"
+#include "host/value_list.h"
+#include "host/value_set.h"
 #include "peers.h"
 #include "runner.h"
 #include "shapes.h"
@@ -22,9 +24,18 @@ namespace tarn_bench {
 // One loaded module's state for one shape. Value sets are grown by the
 // checks, so no measured call pays for their growth.
 struct ModuleSide {
+  ModuleSide(const char* name_, const tarn_host::ModuleDriver& module_,
+             tarn_message_type_context context_)
+      : name(name_), module(module_), context(context_) {}
+  ~ModuleSide() {
+    if (context != nullptr) module.destroyContext(context);
+  }
+  ModuleSide(const ModuleSide&) = delete;
+  ModuleSide& operator=(const ModuleSide&) = delete;
+
   std::string name;  // "module" or "baseline"
-  const ModuleHost* pHost = nullptr;
-  tarn_message_type_context context = nullptr;
+  const tarn_host::ModuleDriver& module;
+  tarn_message_type_context context;
   tarn_host::ValueSet store;
   tarn_host::ValueSet discard{tarn_host::default_base_hash, tarn_host::ValueSet::Mode::discard};
   tarn_host::ValueSet null{tarn_host::default_base_hash, tarn_host::ValueSet::Mode::null};
@@ -50,7 +61,7 @@ struct ShapeBench {
   std::unique_ptr<CallLoop> calls;
   google::protobuf::TextFormat::Printer printer;
   tarn_host::ValueSet listSource;  // parsed once; the value list points into it
-  ValueList values;
+  tarn_host::ValueList values;
   std::vector<char> out;  // the peers' output
   std::string text;
   uint64_t entries = 0;  // entries one full parse submits

@@ -129,59 +129,15 @@ int ModuleDriver::destroyContext(tarn_message_type_context context_) const {
   return _api.destroy_context(context_);
 }
 
-int ModuleDriver::parse(tarn_message_type_context context_, const char* data_, size_t size_,
-                        tarn_message_xpath_value_set set_,
-                        tarn_message_xpath_find_set findSet_) const {
-  tarn_input_message input = {};
-  input.message_type_context = context_;
-  input.data = data_;
-  input.byte_count = size_;
-  return findSet_ == nullptr ? _api.parse_message(&input, set_)
-                             : _api.partial_parse_message(&input, findSet_, set_);
-}
-
-int ModuleDriver::trace(tarn_message_type_context context_, const char* data_, size_t size_,
-                        tarn_trace_output_buffer& out_) const {
-  const tarn_trace_buffer in = {data_, size_};
-  return _api.trace_message(context_, &in, &out_);
-}
-
-namespace {
-
-tarn_output_message_data serializeRequest(const tarn_message_value_list& list_,
-                                          const tarn_message_segment& message_) {
-  tarn_output_message_data request = {};
-  request.message = message_;
-  request.value_list = &list_;
-  request.body_type = protobuf_body_type;
-  return request;
-}
-
-}  // namespace
-
-int ModuleDriver::serializeRoom(const tarn_message_value_list& list_,
-                                const tarn_message_segment& message_) const {
-  tarn_output_message_data request = serializeRequest(list_, message_);
-  return _api.compute_serialize_size(&request);
-}
-
-int ModuleDriver::serialize(const tarn_message_value_list& list_,
-                            tarn_message_segment& message_) const {
-  tarn_output_message_data request = serializeRequest(list_, message_);
-  const int status = _api.serialize_message(&request);
-  message_ = request.message;
+int ModuleDriver::serialize(const tarn_message_value_list& list_, std::string& segment_) const {
+  tarn_message_segment message = {};
+  message.byte_count = static_cast<uint32_t>(segment_.size());
+  const int room = serializeRoom(list_, message);
+  segment_.resize(static_cast<size_t>(room > 0 ? room : 0) + segment_.size());
+  message.data = &segment_[0];
+  const int status = serialize(list_, message);
+  segment_.resize(message.byte_count);
   return status;
-}
-
-int ModuleDriver::merge(tarn_message_xpath_value_set update_, tarn_message_xpath_value_set stored_,
-                        tarn_message_segment& output_) const {
-  tarn_delta_message_data delta = {};
-  delta.output = output_;
-  delta.update_value_set = update_;
-  delta.source_value_set = stored_;
-  const int count = _api.delta_publish_merge(&delta);
-  output_ = delta.output;
-  return count;
 }
 
 uint32_t ModuleDriver::merge(tarn_message_xpath_value_set update_,

@@ -124,6 +124,9 @@ class ModuleDriver {
   // REQUIRES: serializeRoom() bytes free behind the content. Returns the
   // module's status.
   int serialize(const tarn_message_value_list& list_, tarn_message_segment& message_) const;
+  // The same into segment_'s bytes: grows it by the room, serializes behind
+  // its content and trims it to the byte count the module reports.
+  int serialize(const tarn_message_value_list& list_, std::string& segment_) const;
 
   // The delta-publish merge of update_ over stored_ into output_, behind its
   // content. REQUIRES: mergeRoom(update_, stored_) bytes free there. Returns
@@ -136,6 +139,9 @@ class ModuleDriver {
                  std::string& segment_) const;
 
  private:
+  static tarn_output_message_data _serializeRequest(const tarn_message_value_list& list_,
+                                                    const tarn_message_segment& message_);
+
   void* _pHandle = nullptr;
   ModuleApi _api;
   bool _started = false;
@@ -145,6 +151,65 @@ class ModuleDriver {
 // segment's content, from the module's merge room library (the module's own
 // merge walk, counting). Either set may be empty.
 uint64_t mergeRoom(tarn_message_xpath_value_set update_, tarn_message_xpath_value_set stored_);
+
+// The per-message calls are inline, so that a benchmark timing them pays for
+// the module's work and the records it is handed, nothing more.
+
+inline int ModuleDriver::parse(tarn_message_type_context context_, const char* data_, size_t size_,
+                               tarn_message_xpath_value_set set_,
+                               tarn_message_xpath_find_set findSet_) const {
+  tarn_input_message input = {};
+  input.message_type_context = context_;
+  input.data = data_;
+  input.byte_count = size_;
+  return findSet_ == nullptr ? _api.parse_message(&input, set_)
+                             : _api.partial_parse_message(&input, findSet_, set_);
+}
+
+inline int ModuleDriver::trace(tarn_message_type_context context_, const char* data_, size_t size_,
+                               tarn_trace_output_buffer& out_) const {
+  const tarn_trace_buffer in = {data_, size_};
+  return _api.trace_message(context_, &in, &out_);
+}
+
+// A serialization request carries the message segment whole: its offset and
+// count place the output.
+inline tarn_output_message_data ModuleDriver::_serializeRequest(
+    const tarn_message_value_list& list_, const tarn_message_segment& message_) {
+  tarn_output_message_data request = {};
+  request.message = message_;
+  request.value_list = &list_;
+  request.body_type = protobuf_body_type;
+  return request;
+}
+
+inline int ModuleDriver::serializeRoom(const tarn_message_value_list& list_,
+                                       const tarn_message_segment& message_) const {
+  tarn_output_message_data request = _serializeRequest(list_, message_);
+  return _api.compute_serialize_size(&request);
+}
+
+inline int ModuleDriver::serialize(const tarn_message_value_list& list_,
+                                   tarn_message_segment& message_) const {
+  tarn_output_message_data request = _serializeRequest(list_, message_);
+  const int status = _api.serialize_message(&request);
+  message_.byte_count = request.message.byte_count;
+  return status;
+}
+
+// The merge reads only the output segment's data and byte count.
+inline int ModuleDriver::merge(tarn_message_xpath_value_set update_,
+                               tarn_message_xpath_value_set stored_,
+                               tarn_message_segment& output_) const {
+  tarn_delta_message_data delta = {};
+  delta.output.data = output_.data;
+  delta.output.byte_count = output_.byte_count;
+  delta.update_value_set = update_;
+  delta.source_value_set = stored_;
+  const int count = _api.delta_publish_merge(&delta);
+  output_.byte_count = delta.output.byte_count;
+  return count;
+}
 
 }  // namespace tarn_host
 

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 
-#include <filesystem>
 #include <functional>
 #include <memory>
 
@@ -16,21 +15,13 @@ namespace {
 using tarn_host::Logger;
 using tarn_host::LogLine;
 
-// The module under test, loaded from a private copy of its file.
-class FreshModule {
+// The module under test, loaded (not started) from a private copy of its file.
+class FreshModule : public tarn_host::ModuleDriver {
  public:
   FreshModule() {
-    const std::string copy = _dir.path() + "/module.so";
-    std::filesystem::copy_file(TARN_MODULE_PATH, copy);
     std::string error;
-    if (!_module.load(copy, error)) ADD_FAILURE() << error;
+    if (!load(TARN_MODULE_PATH, error, true)) ADD_FAILURE() << error;
   }
-  const tarn_host::ModuleApi& api() const { return _module.api(); }
-  bool loaded() const { return _module.isLoaded(); }
-
- private:
-  tarn_test::TempDir _dir;
-  tarn_host::ModuleDriver _module;
 };
 
 struct Schema {
@@ -39,23 +30,16 @@ struct Schema {
   Schema() {
     dir.write(file, "syntax = \"proto2\";\npackage life;\nmessage M { optional int32 a = 1; }\n");
   }
-  tarn_message_type_context create(const tarn_host::ModuleApi& api_) const {
-    tarn_host::ContextOptions options;
-    const std::string path = ";" + dir.path();
-    options.add("ProtoPath", path.c_str()).add("ProtoFile", file.c_str()).add("Type", "life.M");
-    return api_.create_context(options.get());
+  tarn_message_type_context create(const tarn_host::ModuleDriver& module_) const {
+    return module_.createContext({dir.path()}, file, "life.M");
   }
 };
 
 // Parses 08 07 (a = 7) and reports the entries as "hash-free" text.
-std::string parseSeven(const tarn_host::ModuleApi& api_, tarn_message_type_context context_) {
+std::string parseSeven(const tarn_host::ModuleDriver& module_, tarn_message_type_context context_) {
   const char body[] = {0x08, 0x07};
-  tarn_input_message in = {};
-  in.message_type_context = context_;
-  in.data = body;
-  in.byte_count = sizeof body;
   tarn_host::ValueSet set;
-  const int status = api_.parse_message(&in, set.handle());
+  const int status = module_.parse(context_, body, sizeof body, set.handle());
   std::string out = "status " + std::to_string(status);
   for (const auto& e : set.entries())
     out += " " + std::string(e.tag_bytes, e.tag_length) + "=" + std::to_string(e.l);
@@ -101,12 +85,12 @@ TEST(Lifecycle, CallsBeforeStartAndWithoutALoggerWork) {
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
     FreshModule module;
-    ASSERT_TRUE(module.loaded());
+    ASSERT_TRUE(module.isLoaded());
     const size_t mark = Logger::mark();
     row.before(module.api());
-    tarn_message_type_context context = s.create(module.api());
+    tarn_message_type_context context = s.create(module);
     ASSERT_NE(nullptr, context);
-    EXPECT_EQ("status 0 a=7", parseSeven(module.api(), context));
+    EXPECT_EQ("status 0 a=7", parseSeven(module, context));
     EXPECT_EQ(0, module.api().destroy_context(context));
     EXPECT_EQ(0, module.api().destroy_context(nullptr)) << "a null handle frees nothing";
     std::vector<LogLine> expected = row.logged;
@@ -127,11 +111,11 @@ TEST(Lifecycle, CallsBeforeStartAndWithoutALoggerWork) {
 TEST(Lifecycle, RecreatingAnUnchangedContextKeepsTheHeapFlat) {
   Schema s;
   FreshModule module;
-  ASSERT_TRUE(module.loaded());
+  ASSERT_TRUE(module.isLoaded());
   module.api().module_init(nullptr, nullptr, nullptr);  // nothing kept per log line
   auto recreate = [&](int times) {
     for (int i = 0; i < times; ++i) {
-      tarn_message_type_context context = s.create(module.api());
+      tarn_message_type_context context = s.create(module);
       ASSERT_NE(nullptr, context);
       module.api().destroy_context(context);
     }
@@ -158,14 +142,10 @@ TEST(Lifecycle, RemappingAPairKeepsItsFirstPlace) {
                "syntax = \"proto2\";\npackage twice;\nmessage Second { optional int32 a = 1; }\n");
   first.write(other, "syntax = \"proto2\";\nmessage Other { optional int32 a = 1; }\n");
   FreshModule module;
-  ASSERT_TRUE(module.loaded());
+  ASSERT_TRUE(module.isLoaded());
   auto create = [&](const std::string& p1, const std::string& p2, const std::string& f,
                     const char* type) {
-    tarn_host::ContextOptions options;
-    const std::string a = ";" + p1, b = ";" + p2;
-    options.add("ProtoPath", a.c_str()).add("ProtoPath", b.c_str());
-    options.add("ProtoFile", f.c_str()).add("Type", type);
-    tarn_message_type_context context = module.api().create_context(options.get());
+    tarn_message_type_context context = module.createContext({p1, p2}, f, type);
     if (context) module.api().destroy_context(context);
     return context != nullptr;
   };

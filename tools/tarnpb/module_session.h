@@ -37,6 +37,7 @@ class ModuleSession {
   ModuleSession& operator=(const ModuleSession&) = delete;
 
   const tarn_host::ModuleApi& api() const { return _module.api(); }
+  const tarn_host::ModuleDriver& driver() const { return _module; }
 
   // Creates the context. Throws ToolError (refused) with the module's own
   // reason, its first log line from warning up, when it returns null.
@@ -58,7 +59,6 @@ class ModuleSession {
 
   tarn_host::ModuleDriver _module;
   tarn_message_type_context _context = nullptr;
-  bool _started = false;
   bool _quiet;
 };
 
