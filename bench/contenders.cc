@@ -7,7 +7,7 @@ namespace {
 
 using google::protobuf::Message;
 
-int moduleParse(ModuleSide& m_, const std::string& body_, tarn_host::ValueSet& set_) {
+int moduleParse(ModuleSide& m_, const std::string& body_, MeasuredSet& set_) {
   set_.clear();  // as a server clears a set it reuses
   return m_.module.parse(m_.context, body_.data(), body_.size(), set_.handle());
 }
@@ -20,7 +20,7 @@ int moduleTrace(ModuleSide& m_, const std::string& body_, size_t* pLength_ = nul
   return rc;
 }
 
-int mergeSets(ModuleSide& m_, tarn_host::ValueSet& stored_, tarn_host::ValueSet& update_) {
+int mergeSets(ModuleSide& m_, MeasuredSet& stored_, MeasuredSet& update_) {
   tarn_message_segment output = {};
   output.data = m_.out.data();
   return m_.module.merge(update_.handle(), stored_.handle(), output);
@@ -37,7 +37,7 @@ int moduleMerge(ModuleSide& m_, const Shape& s_) {
 // Puts back what the merge's clear took from the update set: its key table
 // and counts (the entries themselves stay where they were).
 void restoreUpdate(ModuleSide& m_) {
-  auto& impl = *m_.update.set()._pValueSetImpl;
+  auto& impl = m_.update.impl();
   std::memcpy(impl._pKeys, m_.updateKeys.data(), m_.updateKeys.size() * sizeof impl._pKeys[0]);
   impl._keyCount = m_.updateKeyCount;
   impl._storeCount = m_.updateStoreCount;
@@ -84,8 +84,7 @@ bool prepareSide(ShapeBench& b_, ModuleSide& m_, std::string& error_) {
   const Shape& s = *b_.pShape;
   const std::string who = m_.name + " on " + s.name + ": ";
   m_.out.resize(64 * s.body.size() + 2 * s.update.size() + 4096);
-  if (moduleParse(m_, s.body, m_.store) != 0 || moduleParse(m_, s.body, m_.discard) != 0 ||
-      moduleParse(m_, s.body, m_.null) != 0) {
+  if (moduleParse(m_, s.body, m_.store) != 0 || moduleParse(m_, s.body, m_.nothing) != 0) {
     error_ = who + "parse failed";
     return false;
   }
@@ -105,7 +104,7 @@ bool prepareSide(ShapeBench& b_, ModuleSide& m_, std::string& error_) {
     error_ = who + "parse failed";
     return false;
   }
-  const auto& impl = *m_.update.set()._pValueSetImpl;
+  const auto& impl = m_.update.impl();
   m_.updateKeys.assign(impl._pKeys, impl._pKeys + impl._bucketCount);
   m_.updateKeyCount = impl._keyCount;
   m_.updateStoreCount = impl._storeCount;
@@ -139,20 +138,18 @@ bool prepare(ShapeBench& b_, std::string& error_) {
     return false;
   }
   if (m.module.parse(m.context, s.body.data(), s.body.size(), b_.listSource.handle()) != 0 ||
-      !b_.values.build(b_.listSource)) {
+      !b_.values.build(b_.listSource.stored())) {
     error_ = s.name + ": no value list for serialization";
     return false;
   }
   if (!prepareSide(b_, m, error_)) return false;
-  b_.entries = m.null.submitted();
-
-  std::vector<tarn_message_value_set_entry> submitted;
-  m.discard.recordSubmissions(&submitted);
-  moduleParse(m, s.body, m.discard);
-  m.discard.recordSubmissions(nullptr);
-  b_.calls = std::make_unique<CallLoop>(submitted);
-  if (b_.calls->entries() != b_.entries) {
-    error_ = s.name + ": the discarding and the null host saw different parses";
+  // A full parse stores every entry it submits, so the storing set holds the
+  // records the host calls alone are taken from; the set that keeps nothing
+  // must have handed out as many indexes.
+  b_.entries = m.store.submitted();
+  b_.calls = std::make_unique<CallLoop>(m.store.stored().entries());
+  if (m.nothing.submitted() != b_.entries) {
+    error_ = s.name + ": the host that keeps nothing and the storing host saw different parses";
     return false;
   }
 
@@ -175,8 +172,8 @@ bool prepare(ShapeBench& b_, std::string& error_) {
     const std::string baseText(base.out.data(), baseLength);
     const int merged = moduleMerge(m, s);
     const int baseMerged = moduleMerge(base, s);
-    const char* differs = !sameEntries(m.store, base.store) ? "entries"
-                          : text != baseText                ? "trace text"
+    const char* differs = !sameEntries(m.store.stored(), base.store.stored()) ? "entries"
+                          : text != baseText                                  ? "trace text"
                           : merged < 0 || merged != baseMerged ||
                                   std::memcmp(m.out.data(), base.out.data(), merged) != 0
                               ? "merged bytes"
@@ -208,12 +205,12 @@ void addModule(Runner& r_, ShapeBench& b_, ModuleSide& m_) {
     r_.add(Contender{s->name, op_, prefix + id_, label_, units_, unit_, true, std::move(run_)});
   };
   add("parse", "null", who + ", null host", entries, "entry", [m, s](uint64_t n_) {
-    tarn_host::ValueSet::cheapHashing(true);
-    for (uint64_t i = 0; i < n_; ++i) keep(moduleParse(*m, s->body, m->null));
-    tarn_host::ValueSet::cheapHashing(false);
+    cheapHashing(true);
+    for (uint64_t i = 0; i < n_; ++i) keep(moduleParse(*m, s->body, m->nothing));
+    cheapHashing(false);
   });
   add("parse", "discard", who + ", discarding host", entries, "entry",
-      repeat([m, s] { keep(moduleParse(*m, s->body, m->discard)); }));
+      repeat([m, s] { keep(moduleParse(*m, s->body, m->nothing)); }));
   add("parse", "store", who + ", stand-in host", entries, "entry",
       repeat([m, s] { keep(moduleParse(*m, s->body, m->store)); }));
   add("trace", "module", who, fields, "field", repeat([m, s] { keep(moduleTrace(*m, s->body)); }));
@@ -240,12 +237,12 @@ void addContenders(Runner& r_, ShapeBench& b_) {
 
   ModuleSide* m = b_.current.get();
   peer("parse", "calls", "host calls alone, null host", entries, "entry", [m, b](uint64_t n_) {
-    tarn_host::ValueSet::cheapHashing(true);
+    cheapHashing(true);
     for (uint64_t i = 0; i < n_; ++i) {
-      m->null.clear();
-      keep(b->calls->run(m->null));
+      m->nothing.clear();
+      keep(b->calls->run(m->nothing));
     }
-    tarn_host::ValueSet::cheapHashing(false);
+    cheapHashing(false);
   });
   peer("parse", "protozero", "protozero walk", fields, "field",
        repeat([b, s] { keep(b->walker->walk(s->body.data(), s->body.size())); }));

@@ -13,7 +13,7 @@
 #include "call_loop.h"
 #include "host/module_driver.h"
 #include "host/value_list.h"
-#include "host/value_set.h"
+#include "measuring_host.h"
 #include "peers.h"
 #include "runner.h"
 #include "shapes.h"
@@ -36,11 +36,10 @@ struct ModuleSide {
   std::string name;  // "module" or "baseline"
   const tarn_host::ModuleDriver& module;
   tarn_message_type_context context;
-  tarn_host::ValueSet store;
-  tarn_host::ValueSet discard{tarn_host::default_base_hash, tarn_host::ValueSet::Mode::discard};
-  tarn_host::ValueSet null{tarn_host::default_base_hash, tarn_host::ValueSet::Mode::null};
-  tarn_host::ValueSet stored;  // the merge's stored message
-  tarn_host::ValueSet update;  // the merge's update, which the merge clears
+  MeasuredSet store;
+  MeasuredSet nothing{MeasuredSet::Keep::nothing};  // the discarding and the null host
+  MeasuredSet stored;                               // the merge's stored message
+  MeasuredSet update;                               // the merge's update, which the merge clears
   // The update's key table as parsed: restoring it (and two counts) undoes
   // the merge's clear, so the merge walk can be timed without the parses.
   std::vector<tarn::tarn_xpath_value_set::key_data> updateKeys;
@@ -60,7 +59,7 @@ struct ShapeBench {
   std::unique_ptr<TraceWalker> tracer;
   std::unique_ptr<CallLoop> calls;
   google::protobuf::TextFormat::Printer printer;
-  tarn_host::ValueSet listSource;  // parsed once; the value list points into it
+  MeasuredSet listSource;  // parsed once; the value list points into it
   tarn_host::ValueList values;
   std::vector<char> out;  // the peers' output
   std::string text;
