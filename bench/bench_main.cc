@@ -13,6 +13,7 @@
 
 #include "contenders.h"
 #include "host/alloc_counter.h"
+#include "host/dynamic_schema.h"
 #include "host/logger.h"
 #include "report.h"
 
@@ -85,7 +86,11 @@ int main(int argc, char** argv) {
     return 1;
   }
 
-  DynamicSchema schema(TARN_BENCH_PROTO_DIR, proto_file);
+  const tarn_host::DynamicSchema schema({TARN_BENCH_PROTO_DIR}, proto_file);
+  if (schema.file() == nullptr) {
+    std::fprintf(stderr, "cannot import %s: %s\n", proto_file, schema.error().c_str());
+    return 1;
+  }
   std::vector<Shape> shapes = makeShapes();
   std::vector<std::unique_ptr<ShapeBench>> benches;
   std::vector<Comparison> comparisons;
@@ -99,7 +104,7 @@ int main(int argc, char** argv) {
     b->current = side("module", host, s);
     moduleAllocations += tarn_host::allocationCount() - before;
     if (withBaseline) b->baseline = side("baseline", baselineHost, s);
-    b->pType = schema.find(s.typeName);
+    b->pType = schema.type(s.typeName);
     if (b->current->context == nullptr || b->pType == nullptr ||
         (withBaseline && b->baseline->context == nullptr)) {
       std::fprintf(stderr, "no context for %s\n", s.typeName.c_str());
