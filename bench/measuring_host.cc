@@ -27,8 +27,8 @@ uint32_t MeasuredSet::submitted() const {
 }
 
 void MeasuredSet::clear() {
-  tarn_host::store::clear(*_view._pValueSetImpl);
   _view.submitted = 0;
+  tarn_host::store::clear(*_view._pValueSetImpl);
 }
 
 void cheapHashing(bool on_) { g_cheap.store(on_, std::memory_order_relaxed); }
@@ -79,7 +79,9 @@ TARN_HOST_EXPORT tarn_message_value_set_entry* tarn_message_xpath_get(
 }
 
 TARN_HOST_EXPORT void tarn_message_xpath_clear(tarn_message_xpath_value_set valueSet) {
+  // The count first: then only the storage is needed past the key table's
+  // memset, and the view's pointer is not saved across the call.
   MeasuredSet::View& view = tarn_bench::viewOf(valueSet);
-  store::clear(*view._pValueSetImpl);
   view.submitted = 0;
+  store::clear(*view._pValueSetImpl);
 }

@@ -133,7 +133,7 @@ int ModuleDriver::serialize(const tarn_message_value_list& list_, std::string& s
   tarn_message_segment message = {};
   message.byte_count = static_cast<uint32_t>(segment_.size());
   const int room = serializeRoom(list_, message);
-  segment_.resize(static_cast<size_t>(room > 0 ? room : 0) + segment_.size());
+  if (room > 0 && static_cast<size_t>(room) > segment_.size()) segment_.resize(room);
   message.data = &segment_[0];
   const int status = serialize(list_, message);
   segment_.resize(message.byte_count);

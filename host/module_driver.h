@@ -117,12 +117,13 @@ class ModuleDriver {
   int trace(tarn_message_type_context context_, const char* data_, size_t size_,
             tarn_trace_output_buffer& out_) const;
 
-  // The room to reserve behind message_'s content before serialize().
+  // The module's size answer for list_ behind message_'s content: the bytes
+  // message_ must hold from its start, content included, for serialize().
   int serializeRoom(const tarn_message_value_list& list_,
                     const tarn_message_segment& message_) const;
   // Serializes list_ behind message_'s content and advances its byte count.
-  // REQUIRES: serializeRoom() bytes free behind the content. Returns the
-  // module's status.
+  // REQUIRES: message_ holds serializeRoom() bytes. Returns the module's
+  // status.
   int serialize(const tarn_message_value_list& list_, tarn_message_segment& message_) const;
   // The same into segment_'s bytes: grows it by the room, serializes behind
   // its content and trims it to the byte count the module reports.
