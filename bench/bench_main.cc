@@ -13,6 +13,8 @@
 
 #include "contenders.h"
 #include "host/alloc_counter.h"
+#include "host/dynamic_schema.h"
+#include "host/logger.h"
 #include "report.h"
 
 namespace tarn_bench {
@@ -52,13 +54,11 @@ bool parseOptions(int argc_, char** argv_, Runner::Options& options_) {
   return true;
 }
 
-std::unique_ptr<ModuleSide> side(const char* name_, const ModuleHost& host_,
-                                 tarn_message_type_context context_) {
-  auto m = std::make_unique<ModuleSide>();
-  m->name = name_;
-  m->pHost = &host_;
-  m->context = context_;
-  return m;
+// One side of the comparison: a context for the shape's type in module_.
+std::unique_ptr<ModuleSide> side(const char* name_, const tarn_host::ModuleDriver& module_,
+                                 const Shape& shape_) {
+  return std::make_unique<ModuleSide>(
+      name_, module_, module_.createContext({TARN_BENCH_PROTO_DIR}, proto_file, shape_.typeName));
 }
 
 }  // namespace
@@ -71,32 +71,26 @@ int main(int argc, char** argv) {
     std::fputs(usage, stderr);
     return 2;
   }
-  ModuleHost host;
+  tarn_host::ModuleDriver host;
   std::string error;
-  if (!host.open(error)) {
+  if (!host.open(tarn_host::defaultModulePath(), &tarn_host::Logger::log, error)) {
     std::fprintf(stderr, "%s\n", error.c_str());
     return 1;
   }
-  ModuleHost baselineHost;
+  tarn_host::ModuleDriver baselineHost;
   const char* baselinePath = std::getenv("TARN_BASELINE_MODULE");
   const bool withBaseline = baselinePath != nullptr && *baselinePath != '\0';
-  // The loader would hand back the module already loaded, not a second copy.
-  char* pSame = withBaseline ? realpath(baselinePath, nullptr) : nullptr;
-  char* pCurrent = realpath(tarn_host::defaultModulePath().c_str(), nullptr);
-  const bool same = pSame != nullptr && pCurrent != nullptr && std::strcmp(pSame, pCurrent) == 0;
-  std::free(pSame);
-  std::free(pCurrent);
-  if (same) {
-    std::fprintf(stderr, "baseline: %s is the module itself; copy the other build elsewhere\n",
-                 baselinePath);
-    return 1;
-  }
-  if (withBaseline && !baselineHost.open(error, baselinePath)) {
+  // A private copy: even the module's own file loads as a second instance.
+  if (withBaseline && !baselineHost.open(baselinePath, &tarn_host::Logger::log, error, true)) {
     std::fprintf(stderr, "baseline: %s\n", error.c_str());
     return 1;
   }
 
-  DynamicSchema schema(TARN_BENCH_PROTO_DIR, proto_file);
+  const tarn_host::DynamicSchema schema({TARN_BENCH_PROTO_DIR}, proto_file);
+  if (schema.file() == nullptr) {
+    std::fprintf(stderr, "cannot import %s: %s\n", proto_file, schema.error().c_str());
+    return 1;
+  }
   std::vector<Shape> shapes = makeShapes();
   std::vector<std::unique_ptr<ShapeBench>> benches;
   std::vector<Comparison> comparisons;
@@ -107,12 +101,10 @@ int main(int argc, char** argv) {
     auto b = std::make_unique<ShapeBench>();
     b->pShape = &s;
     const uint64_t before = tarn_host::allocationCount();
-    b->current = side("module", host, host.context(TARN_BENCH_PROTO_DIR, proto_file, s.typeName));
+    b->current = side("module", host, s);
     moduleAllocations += tarn_host::allocationCount() - before;
-    if (withBaseline)
-      b->baseline = side("baseline", baselineHost,
-                         baselineHost.context(TARN_BENCH_PROTO_DIR, proto_file, s.typeName));
-    b->pType = schema.find(s.typeName);
+    if (withBaseline) b->baseline = side("baseline", baselineHost, s);
+    b->pType = schema.type(s.typeName);
     if (b->current->context == nullptr || b->pType == nullptr ||
         (withBaseline && b->baseline->context == nullptr)) {
       std::fprintf(stderr, "no context for %s\n", s.typeName.c_str());

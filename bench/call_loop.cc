@@ -24,7 +24,7 @@ CallLoop::CallLoop(const std::vector<tarn_message_value_set_entry>& submitted_) 
   }
 }
 
-uint32_t CallLoop::run(tarn_host::ValueSet& set_) const {
+uint32_t CallLoop::run(MeasuredSet& set_) const {
   const tarn_message_xpath_value_set handle = set_.handle();
   const uint32_t base = tarn_message_xpath_hash_get_base(handle);
   tarn_message_value_set_entry entry = {};

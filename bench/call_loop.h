@@ -11,15 +11,16 @@
 #include <cstdint>
 #include <vector>
 
-#include "host/value_set.h"
+#include "measuring_host.h"
 
 namespace tarn_bench {
 
 class CallLoop {
  public:
+  // From the entries a full parse stored (every one it submitted).
   explicit CallLoop(const std::vector<tarn_message_value_set_entry>& submitted_);
   // One parse's calls into `set_`; returns the last index the host gave.
-  uint32_t run(tarn_host::ValueSet& set_) const;
+  uint32_t run(MeasuredSet& set_) const;
   uint32_t entries() const { return _entries; }
 
  private:

@@ -7,26 +7,23 @@ namespace {
 
 using google::protobuf::Message;
 
-int moduleParse(ModuleSide& m_, const std::string& body_, tarn_host::ValueSet& set_) {
+int moduleParse(ModuleSide& m_, const std::string& body_, MeasuredSet& set_) {
   set_.clear();  // as a server clears a set it reuses
-  return m_.pHost->parse(m_.context, body_, set_);
+  return m_.module.parse(m_.context, body_.data(), body_.size(), set_.handle());
 }
 
 // Returns the status; the text is m_.out[0, *pLength_).
 int moduleTrace(ModuleSide& m_, const std::string& body_, size_t* pLength_ = nullptr) {
-  tarn_trace_buffer in = {body_.data(), body_.size()};
   tarn_trace_output_buffer out = {m_.out.data(), m_.out.size(), 0};
-  const int rc = m_.pHost->api().trace_message(m_.context, &in, &out);
+  const int rc = m_.module.trace(m_.context, body_.data(), body_.size(), out);
   if (pLength_ != nullptr) *pLength_ = out.length;
   return rc;
 }
 
-int mergeSets(ModuleSide& m_, tarn_host::ValueSet& stored_, tarn_host::ValueSet& update_) {
-  tarn_delta_message_data delta = {};
-  delta.output.data = m_.out.data();
-  delta.update_value_set = update_.handle();
-  delta.source_value_set = stored_.handle();
-  return m_.pHost->api().delta_publish_merge(&delta);
+int mergeSets(ModuleSide& m_, MeasuredSet& stored_, MeasuredSet& update_) {
+  tarn_message_segment output = {};
+  output.data = m_.out.data();
+  return m_.module.merge(update_.handle(), stored_.handle(), output);
 }
 
 // Both parses and the merge, as a server does a delta publish. Returns the
@@ -40,7 +37,7 @@ int moduleMerge(ModuleSide& m_, const Shape& s_) {
 // Puts back what the merge's clear took from the update set: its key table
 // and counts (the entries themselves stay where they were).
 void restoreUpdate(ModuleSide& m_) {
-  auto& impl = *m_.update.set()._pValueSetImpl;
+  auto& impl = m_.update.impl();
   std::memcpy(impl._pKeys, m_.updateKeys.data(), m_.updateKeys.size() * sizeof impl._pKeys[0]);
   impl._keyCount = m_.updateKeyCount;
   impl._storeCount = m_.updateStoreCount;
@@ -51,15 +48,13 @@ int mergeWalk(ModuleSide& m_) {
   return mergeSets(m_, m_.stored, m_.update);
 }
 
-int moduleSerialize(ModuleSide& m_, ValueList& values_) {
-  tarn_output_message_data data = {};
-  data.message.data = m_.out.data();
-  data.value_list = values_.list();
-  data.body_type = 5;
-  const int size = m_.pHost->api().compute_serialize_size(&data);
+int moduleSerialize(ModuleSide& m_, tarn_host::ValueList& values_) {
+  tarn_message_segment message = {};
+  message.data = m_.out.data();
+  const int size = m_.module.serializeRoom(*values_.list(), message);
   if (size <= 0 || static_cast<size_t>(size) > m_.out.size()) return -1;
-  if (m_.pHost->api().serialize_message(&data) != 0) return -1;
-  return static_cast<int>(data.message.byte_count);
+  if (m_.module.serialize(*values_.list(), message) != 0) return -1;
+  return static_cast<int>(message.byte_count);
 }
 
 bool readable(ShapeBench& b_, const char* pData_, int length_) {
@@ -89,8 +84,7 @@ bool prepareSide(ShapeBench& b_, ModuleSide& m_, std::string& error_) {
   const Shape& s = *b_.pShape;
   const std::string who = m_.name + " on " + s.name + ": ";
   m_.out.resize(64 * s.body.size() + 2 * s.update.size() + 4096);
-  if (moduleParse(m_, s.body, m_.store) != 0 || moduleParse(m_, s.body, m_.discard) != 0 ||
-      moduleParse(m_, s.body, m_.null) != 0) {
+  if (moduleParse(m_, s.body, m_.store) != 0 || moduleParse(m_, s.body, m_.nothing) != 0) {
     error_ = who + "parse failed";
     return false;
   }
@@ -110,7 +104,7 @@ bool prepareSide(ShapeBench& b_, ModuleSide& m_, std::string& error_) {
     error_ = who + "parse failed";
     return false;
   }
-  const auto& impl = *m_.update.set()._pValueSetImpl;
+  const auto& impl = m_.update.impl();
   m_.updateKeys.assign(impl._pKeys, impl._pKeys + impl._bucketCount);
   m_.updateKeyCount = impl._keyCount;
   m_.updateStoreCount = impl._storeCount;
@@ -143,20 +137,19 @@ bool prepare(ShapeBench& b_, std::string& error_) {
     error_ = s.name + ": libprotobuf does not parse the body";
     return false;
   }
-  if (m.pHost->parse(m.context, s.body, b_.listSource) != 0 || !b_.values.build(b_.listSource)) {
+  if (m.module.parse(m.context, s.body.data(), s.body.size(), b_.listSource.handle()) != 0 ||
+      !b_.values.build(b_.listSource.stored())) {
     error_ = s.name + ": no value list for serialization";
     return false;
   }
   if (!prepareSide(b_, m, error_)) return false;
-  b_.entries = m.null.submitted();
-
-  std::vector<tarn_message_value_set_entry> submitted;
-  m.discard.recordSubmissions(&submitted);
-  moduleParse(m, s.body, m.discard);
-  m.discard.recordSubmissions(nullptr);
-  b_.calls = std::make_unique<CallLoop>(submitted);
-  if (b_.calls->entries() != b_.entries) {
-    error_ = s.name + ": the discarding and the null host saw different parses";
+  // A full parse stores every entry it submits, so the storing set holds the
+  // records the host calls alone are taken from; the set that keeps nothing
+  // must have handed out as many indexes.
+  b_.entries = m.store.submitted();
+  b_.calls = std::make_unique<CallLoop>(m.store.stored().entries());
+  if (m.nothing.submitted() != b_.entries) {
+    error_ = s.name + ": the host that keeps nothing and the storing host saw different parses";
     return false;
   }
 
@@ -179,8 +172,8 @@ bool prepare(ShapeBench& b_, std::string& error_) {
     const std::string baseText(base.out.data(), baseLength);
     const int merged = moduleMerge(m, s);
     const int baseMerged = moduleMerge(base, s);
-    const char* differs = !sameEntries(m.store, base.store) ? "entries"
-                          : text != baseText                ? "trace text"
+    const char* differs = !sameEntries(m.store.stored(), base.store.stored()) ? "entries"
+                          : text != baseText                                  ? "trace text"
                           : merged < 0 || merged != baseMerged ||
                                   std::memcmp(m.out.data(), base.out.data(), merged) != 0
                               ? "merged bytes"
@@ -212,12 +205,12 @@ void addModule(Runner& r_, ShapeBench& b_, ModuleSide& m_) {
     r_.add(Contender{s->name, op_, prefix + id_, label_, units_, unit_, true, std::move(run_)});
   };
   add("parse", "null", who + ", null host", entries, "entry", [m, s](uint64_t n_) {
-    tarn_host::ValueSet::cheapHashing(true);
-    for (uint64_t i = 0; i < n_; ++i) keep(moduleParse(*m, s->body, m->null));
-    tarn_host::ValueSet::cheapHashing(false);
+    cheapHashing(true);
+    for (uint64_t i = 0; i < n_; ++i) keep(moduleParse(*m, s->body, m->nothing));
+    cheapHashing(false);
   });
   add("parse", "discard", who + ", discarding host", entries, "entry",
-      repeat([m, s] { keep(moduleParse(*m, s->body, m->discard)); }));
+      repeat([m, s] { keep(moduleParse(*m, s->body, m->nothing)); }));
   add("parse", "store", who + ", stand-in host", entries, "entry",
       repeat([m, s] { keep(moduleParse(*m, s->body, m->store)); }));
   add("trace", "module", who, fields, "field", repeat([m, s] { keep(moduleTrace(*m, s->body)); }));
@@ -244,12 +237,12 @@ void addContenders(Runner& r_, ShapeBench& b_) {
 
   ModuleSide* m = b_.current.get();
   peer("parse", "calls", "host calls alone, null host", entries, "entry", [m, b](uint64_t n_) {
-    tarn_host::ValueSet::cheapHashing(true);
+    cheapHashing(true);
     for (uint64_t i = 0; i < n_; ++i) {
-      m->null.clear();
-      keep(b->calls->run(m->null));
+      m->nothing.clear();
+      keep(b->calls->run(m->nothing));
     }
-    tarn_host::ValueSet::cheapHashing(false);
+    cheapHashing(false);
   });
   peer("parse", "protozero", "protozero walk", fields, "field",
        repeat([b, s] { keep(b->walker->walk(s->body.data(), s->body.size())); }));

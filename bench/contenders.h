@@ -11,7 +11,9 @@
 #include <vector>
 
 #include "call_loop.h"
-#include "module_host.h"
+#include "host/module_driver.h"
+#include "host/value_list.h"
+#include "measuring_host.h"
 #include "peers.h"
 #include "runner.h"
 #include "shapes.h"
@@ -22,14 +24,22 @@ namespace tarn_bench {
 // One loaded module's state for one shape. Value sets are grown by the
 // checks, so no measured call pays for their growth.
 struct ModuleSide {
+  ModuleSide(const char* name_, const tarn_host::ModuleDriver& module_,
+             tarn_message_type_context context_)
+      : name(name_), module(module_), context(context_) {}
+  ~ModuleSide() {
+    if (context != nullptr) module.destroyContext(context);
+  }
+  ModuleSide(const ModuleSide&) = delete;
+  ModuleSide& operator=(const ModuleSide&) = delete;
+
   std::string name;  // "module" or "baseline"
-  const ModuleHost* pHost = nullptr;
-  tarn_message_type_context context = nullptr;
-  tarn_host::ValueSet store;
-  tarn_host::ValueSet discard{tarn_host::default_base_hash, tarn_host::ValueSet::Mode::discard};
-  tarn_host::ValueSet null{tarn_host::default_base_hash, tarn_host::ValueSet::Mode::null};
-  tarn_host::ValueSet stored;  // the merge's stored message
-  tarn_host::ValueSet update;  // the merge's update, which the merge clears
+  const tarn_host::ModuleDriver& module;
+  tarn_message_type_context context;
+  MeasuredSet store;
+  MeasuredSet nothing{MeasuredSet::Keep::nothing};  // the discarding and the null host
+  MeasuredSet stored;                               // the merge's stored message
+  MeasuredSet update;                               // the merge's update, which the merge clears
   // The update's key table as parsed: restoring it (and two counts) undoes
   // the merge's clear, so the merge walk can be timed without the parses.
   std::vector<tarn::tarn_xpath_value_set::key_data> updateKeys;
@@ -49,8 +59,8 @@ struct ShapeBench {
   std::unique_ptr<TraceWalker> tracer;
   std::unique_ptr<CallLoop> calls;
   google::protobuf::TextFormat::Printer printer;
-  tarn_host::ValueSet listSource;  // parsed once; the value list points into it
-  ValueList values;
+  MeasuredSet listSource;  // parsed once; the value list points into it
+  tarn_host::ValueList values;
   std::vector<char> out;  // the peers' output
   std::string text;
   uint64_t entries = 0;  // entries one full parse submits

@@ -12,7 +12,7 @@
 #include <stdexcept>
 
 #include "host/alloc_counter.h"
-#include "host/module_loader.h"
+#include "host/module_driver.h"
 
 namespace tarn_bench {
 
@@ -77,9 +77,9 @@ RunFigures measure(size_t count_, const std::string& label_, Create create_) {
 }
 
 RunFigures runModule(const Workload& workload_, const std::string& label_) {
-  tarn_host::LoadedModule module;
+  tarn_host::ModuleDriver module;
   std::string error;
-  if (!module.open(tarn_host::defaultModulePath(), error)) throw std::runtime_error(error);
+  if (!module.load(tarn_host::defaultModulePath(), error)) throw std::runtime_error(error);
   module.api().module_init(nullptr, &noLog, &std::malloc);
   // The options are made before anything is measured, as a server holds its
   // configuration before it creates contexts.

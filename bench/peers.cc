@@ -1,6 +1,5 @@
 #include "peers.h"
 
-#include <cstdio>
 #include <protozero/pbf_reader.hpp>
 
 #include "number_tables.h"
@@ -9,28 +8,6 @@ namespace tarn_bench {
 
 using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
-
-void DynamicSchema::Errors::AddError(const std::string& file_, int line_, int column_,
-                                     const std::string& message_) {
-  std::fprintf(stderr, "%s:%d:%d: %s\n", file_.c_str(), line_ + 1, column_ + 1, message_.c_str());
-}
-
-DynamicSchema::DynamicSchema(const std::string& dir_, const std::string& file_)
-    : _importer(&_tree, &_errors), _factory(_importer.pool()) {
-  _tree.MapPath("", dir_);
-  if (_importer.Import(file_) == nullptr)
-    std::fprintf(stderr, "cannot import %s from %s\n", file_.c_str(), dir_.c_str());
-}
-
-const Descriptor* DynamicSchema::find(const std::string& typeName_) const {
-  const Descriptor* p = _importer.pool()->FindMessageTypeByName(typeName_);
-  if (p == nullptr) std::fprintf(stderr, "no type %s\n", typeName_.c_str());
-  return p;
-}
-
-std::unique_ptr<google::protobuf::Message> DynamicSchema::newMessage(const Descriptor* pType_) {
-  return std::unique_ptr<google::protobuf::Message>(_factory.GetPrototype(pType_)->New());
-}
 
 WireWalker::WireWalker(const Descriptor* pRoot_)
     : _types(numberTables<Field>(pRoot_,

@@ -1,12 +1,12 @@
 // The contenders the module is measured against: libprotobuf's reflection
-// path (a .proto imported at run time, DynamicMessage) and a protozero walk
+// path (a .proto imported at run time, DynamicMessage: host/dynamic_schema.h)
+// and a protozero walk
 // that visits every field with no value storage at all, the practical floor
 // for reading the wire format.
 #ifndef TARN_BENCH_PEERS_H
 #define TARN_BENCH_PEERS_H
 
-#include <google/protobuf/compiler/importer.h>
-#include <google/protobuf/dynamic_message.h>
+#include <google/protobuf/descriptor.h>
 
 #include <cstdint>
 #include <memory>
@@ -14,26 +14,6 @@
 #include <vector>
 
 namespace tarn_bench {
-
-// One .proto imported at run time, as the module itself loads it.
-class DynamicSchema {
- public:
-  DynamicSchema(const std::string& dir_, const std::string& file_);
-  // The type, or null (and a line on stderr) when it is not in the file.
-  const google::protobuf::Descriptor* find(const std::string& typeName_) const;
-  std::unique_ptr<google::protobuf::Message> newMessage(const google::protobuf::Descriptor* pType_);
-
- private:
-  class Errors : public google::protobuf::compiler::MultiFileErrorCollector {
-   public:
-    void AddError(const std::string& file_, int line_, int column_,
-                  const std::string& message_) override;
-  };
-  google::protobuf::compiler::DiskSourceTree _tree;
-  Errors _errors;
-  google::protobuf::compiler::Importer _importer;
-  google::protobuf::DynamicMessageFactory _factory;
-};
 
 // A schema-less protozero pull walk. It needs to know only which field
 // numbers hold nested messages or packed arrays; that table is taken from the

@@ -1,7 +1,6 @@
 #include "fuzz_support.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <map>
 #include <utility>
 
@@ -22,15 +21,16 @@ std::string describe(uint32_t index_, const tarn_message_value_set_entry& entry_
 
 }  // namespace
 
-const tarn_host::ModuleApi& api() {
-  static tarn_host::LoadedModule* pModule = [] {
-    auto* p = new tarn_host::LoadedModule();
+const tarn_host::ModuleDriver& driver() {
+  // Never destroyed: the module stays loaded until the process ends.
+  static const tarn_host::ModuleDriver* pDriver = [] {
+    auto* p = new tarn_host::ModuleDriver();
     std::string error;
-    if (!p->open(tarn_host::defaultModulePath(), error)) fail("module does not load", error);
-    p->api().module_init(nullptr, &silentLogger, &std::malloc);
+    if (!p->open(tarn_host::defaultModulePath(), &silentLogger, error))
+      fail("module does not load", error);
     return p;
   }();
-  return pModule->api();
+  return *pDriver;
 }
 
 tarn_message_type_context context(const std::string& file, const std::string& type) {
@@ -41,10 +41,7 @@ tarn_message_type_context context(const std::string& file, const std::string& ty
   auto key = std::make_pair(file, type);
   auto found = contexts.find(key);
   if (found != contexts.end()) return found->second;
-  tarn_host::ContextOptions options;
-  std::string path = std::string(";") + TARN_FUZZ_DATA_DIR;
-  options.add("ProtoPath", path.c_str()).add("ProtoFile", file.c_str()).add("Type", type.c_str());
-  tarn_message_type_context created = api().create_context(options.get());
+  tarn_message_type_context created = driver().createContext({TARN_FUZZ_DATA_DIR}, file, type);
   if (created == nullptr) fail("no context for", file + " " + type);
   contexts.emplace(key, created);
   return created;
@@ -60,12 +57,7 @@ void fail(const char* what_, const std::string& detail_) {
 
 int parse(tarn_message_type_context context_, const char* data_, size_t size_,
           tarn_host::ValueSet& set_, const void* findSet_) {
-  tarn_input_message input = {};
-  input.message_type_context = context_;
-  input.data = data_;
-  input.byte_count = size_;
-  int status = findSet_ == nullptr ? api().parse_message(&input, set_.handle())
-                                   : api().partial_parse_message(&input, findSet_, set_.handle());
+  const int status = driver().parse(context_, data_, size_, set_.handle(), findSet_);
   check(status == TARN_SUCCESS || status == TARN_FAILURE, "parse status is neither 0 nor 255",
         std::to_string(status));
   return status;

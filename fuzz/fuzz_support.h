@@ -9,13 +9,14 @@
 #include <cstdint>
 #include <string>
 
-#include "host/module_loader.h"
+#include "host/module_driver.h"
 #include "host/value_set.h"
 
 namespace tarn_fuzz {
 
 // The loaded and started module. Aborts if it cannot be loaded.
-const tarn_host::ModuleApi& api();
+const tarn_host::ModuleDriver& driver();
+inline const tarn_host::ModuleApi& api() { return driver().api(); }
 
 // A context for `type` from a schema in tests/data. Created once per type and
 // kept for the life of the process. Aborts when the module refuses it.

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "fuzz_support.h"
-#include "host/merge_bound.h"
+#include "host/module_driver.h"
 
 namespace {
 
@@ -63,22 +63,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       tarn_fuzz::parse(context, source.get(), sourceBytes.size(), sourceSet) != TARN_SUCCESS)
     return 0;
 
-  const size_t room = tarn_host::mergeOutputBound(updateSet, sourceSet);
+  const size_t room = tarn_host::mergeRoom(updateSet.handle(), sourceSet.handle());
   std::vector<char> segment(used + room, sentinel);
 
-  tarn_delta_message_data request;
-  std::memset(&request, 0, sizeof request);
-  request.output.data = segment.data();
-  request.output.byte_count = used;
-  request.update_value_set = updateSet.handle();
-  request.source_value_set = sourceSet.handle();
+  tarn_message_segment output = {};
+  output.data = segment.data();
+  output.byte_count = used;
 
-  const int count = tarn_fuzz::api().delta_publish_merge(&request);
-  tarn_fuzz::check(count >= 0 && static_cast<uint32_t>(count) == request.output.byte_count,
+  const int count = tarn_fuzz::driver().merge(updateSet.handle(), sourceSet.handle(), output);
+  tarn_fuzz::check(count >= 0 && static_cast<uint32_t>(count) == output.byte_count,
                    "merge result is not the segment's byte count");
-  tarn_fuzz::check(request.output.byte_count >= used && request.output.byte_count - used <= room,
+  tarn_fuzz::check(output.byte_count >= used && output.byte_count - used <= room,
                    "merge wrote more than the room set aside",
-                   std::to_string(request.output.byte_count - used) + " > " + std::to_string(room));
+                   std::to_string(output.byte_count - used) + " > " + std::to_string(room));
   for (uint32_t i = 0; i < used; ++i)
     tarn_fuzz::check(segment[i] == sentinel, "merge wrote before its start");
   tarn_fuzz::check(updateSet.size() == 0, "merge left the update's value set filled");

@@ -36,8 +36,8 @@ struct Traced {
 Traced trace(const std::vector<char>& body_, size_t capacity_, size_t used_) {
   std::vector<char> buffer(capacity_ + guard, sentinel);
   tarn_trace_output_buffer output = {buffer.data(), capacity_, used_};
-  tarn_trace_buffer input = {body_.data(), body_.size()};
-  const int status = tarn_fuzz::api().trace_message(tarn_fuzz::richContext(), &input, &output);
+  const int status =
+      tarn_fuzz::driver().trace(tarn_fuzz::richContext(), body_.data(), body_.size(), output);
 
   tarn_fuzz::check(status == TARN_SUCCESS || status == TARN_FAILURE, "trace status",
                    std::to_string(status));

@@ -30,7 +30,6 @@ bool anyMemberHasBytes(const ValueSet& set_, uint32_t message_) {
 
 bool ValueList::build(const ValueSet& set_) {
   _values.clear();
-  _documents = 0;
   _list = {0, nullptr};
   if (set_.size() == 0) return false;
   // At most one value per entry; the pages of what is not used are never
@@ -86,7 +85,6 @@ void ValueList::_add(const tarn_message_value_set_entry& entry_, uint32_t depth_
   v.xpath_value.raw_bytes_length = entry_.raw_bytes_length;
   v.xpath_value.value.l = entry_.l;
   _values.push_back(v);
-  if (document_) ++_documents;
 }
 
 }  // namespace tarn_host

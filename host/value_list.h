@@ -13,7 +13,6 @@
 #ifndef TARN_HOST_VALUE_LIST_H
 #define TARN_HOST_VALUE_LIST_H
 
-#include <cstddef>
 #include <vector>
 
 #include "host/value_set.h"
@@ -29,17 +28,16 @@ class ValueList {
   bool build(const ValueSet& set_);
 
   tarn_message_value_list* list() { return &_list; }
+  // Each document value takes a four-byte length slot where its prefix may
+  // have been shorter; the module's size answer counts those slots, so its
+  // answer is all the room a serialization of this list needs.
   const std::vector<tarn_message_value>& values() const { return _values; }
-  // How many values are documents: each takes a four-byte length slot where
-  // its prefix may have been shorter, room the size answer does not count.
-  size_t documents() const { return _documents; }
 
  private:
   void _add(const tarn_message_value_set_entry& entry_, uint32_t depth_, bool document_);
 
   std::vector<tarn_message_value> _values;
   tarn_message_value_list _list = {0, nullptr};
-  size_t _documents = 0;
 };
 
 }  // namespace tarn_host

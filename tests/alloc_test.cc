@@ -13,7 +13,7 @@
 
 #include <functional>
 
-#include "host/merge_bound.h"
+#include "host/module_driver.h"
 #include "host/value_list.h"
 #include "random_message.h"
 #include "tarn/tarn_xpath_hash_set.h"
@@ -89,10 +89,7 @@ TEST_F(Allocations, NoPerMessageCallAllocates) {
     ASSERT_EQ(TARN_SUCCESS, parseInto(rich, body, stored));
     tarn_host::ValueList values;
     values.build(stored);
-    tarn_output_message_data serialized = {};
-    serialized.body_type = 5;
-    serialized.value_list = values.list();
-    serialized.message.data = &out[0];
+    const tarn_host::ModuleDriver& module = tarn_test::driver();
 
     struct Call {
       const char* name;
@@ -103,23 +100,25 @@ TEST_F(Allocations, NoPerMessageCallAllocates) {
         {"partial parse", [&] { return parseInto(rich, body, scratch, &find); }},
         {"trace",
          [&] {
-           tarn_trace_buffer in = {body.data(), body.size()};
            tarn_trace_output_buffer traced = {&out[0], out.size(), 0};
-           return api().trace_message(rich, &in, &traced);
+           return module.trace(rich, body.data(), body.size(), traced);
          }},
-        {"serialize size", [&] { return api().compute_serialize_size(&serialized) > 0 ? 0 : 1; }},
-        {"serialize", [&] { return api().serialize_message(&serialized); }},
+        {"serialize size", [&] { return module.serializeRoom(*values.list(), {}) > 0 ? 0 : 1; }},
+        {"serialize",
+         [&] {
+           tarn_message_segment message = {};
+           message.data = &out[0];
+           return module.serialize(*values.list(), message);
+         }},
         // The merge clears the update set, so each run parses it anew; the
         // parse is counted with the merge and allocates nothing either.
         {"merge",
          [&] {
            if (parseInto(rich, update, updated) != TARN_SUCCESS) return -1;
-           if (tarn_host::mergeOutputBound(updated, stored) > out.size()) return -1;
-           tarn_delta_message_data delta = {};
-           delta.output.data = &out[0];
-           delta.update_value_set = updated.handle();
-           delta.source_value_set = stored.handle();
-           return api().delta_publish_merge(&delta) > 0 ? 0 : 1;
+           if (tarn_host::mergeRoom(updated.handle(), stored.handle()) > out.size()) return -1;
+           tarn_message_segment output = {};
+           output.data = &out[0];
+           return module.merge(updated.handle(), stored.handle(), output) > 0 ? 0 : 1;
          }},
     };
     for (const Call& call : calls) {

@@ -76,8 +76,7 @@ Outcome perform(const Job& job_, tarn_message_type_context context_) {
   o.partialEntries = partial.entries();
   std::string buffer(job_.traceCapacity, '\0');
   tarn_trace_output_buffer output = {&buffer[0], buffer.size(), 0};
-  tarn_trace_buffer input = {job_.body.data(), job_.body.size()};
-  o.traceStatus = api().trace_message(context_, &input, &output);
+  o.traceStatus = tarn_test::driver().trace(context_, job_.body.data(), job_.body.size(), output);
   o.text = buffer.substr(0, output.length);
   if (tarn_test::parse(context_, job_.body, stored, nullptr) == 0 &&
       tarn_test::parse(context_, job_.update, update, nullptr) == 0)

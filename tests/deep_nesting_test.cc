@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "host/merge_bound.h"
+#include "host/module_driver.h"
 #include "module_fixture.h"
 #include "wire.h"
 
@@ -74,8 +74,8 @@ TEST(NestingLimit, TracerEndsTheLevelThatHoldsTheTooDeepField) {
 
     std::string buffer(1 << 20, '\0');
     tarn_trace_output_buffer output = {&buffer[0], buffer.size(), 0};
-    tarn_trace_buffer input = {body.data(), body.size()};
-    ASSERT_EQ(api().trace_message(deepContext(), &input, &output), TARN_SUCCESS);
+    ASSERT_EQ(tarn_test::driver().trace(deepContext(), body.data(), body.size(), output),
+              TARN_SUCCESS);
     EXPECT_EQ(buffer.substr(0, output.length), expected);
   }
 }
@@ -89,7 +89,7 @@ TEST(DeepNesting, MergeOfTheBodyOverItselfGivesTheBody) {
   ASSERT_EQ(tarn_test::parse(deepContext(), body, update), TARN_FAILURE);
   ASSERT_EQ(tarn_test::parse(deepContext(), body, stored), TARN_FAILURE);
   std::string segment = "head";
-  const uint32_t count = tarn_host::deltaMerge(api(), update, stored, segment);
+  const uint32_t count = tarn_test::driver().merge(update.handle(), stored.handle(), segment);
   EXPECT_EQ(count, 4 + body.size());
   EXPECT_TRUE(segment == "head" + body) << "merged " << segment.size() << " bytes";
   EXPECT_EQ(update.size(), 0u);
@@ -120,15 +120,14 @@ TEST(DeepNesting, SerializeNestsEveryLevelWithoutTheStack) {
     expected += '\x0A' + wire::paddedVarint((depth - i - 1) * 5 + member.size(), 4);
   expected += member;
 
-  tarn_output_message_data request = {};
-  request.body_type = 5;
-  request.value_list = &list;
-  const int room = api().compute_serialize_size(&request);
+  tarn_message_segment message = {};
+  const int room = tarn_test::driver().serializeRoom(list, message);
   ASSERT_GE(room, 0);
-  std::string segment(static_cast<size_t>(room) + 4 * depth, '\0');
-  request.message.data = &segment[0];
-  ASSERT_EQ(api().serialize_message(&request), TARN_SUCCESS);
-  ASSERT_EQ(request.message.byte_count, expected.size());
+  // The size answer covers every four-byte length slot.
+  std::string segment(static_cast<size_t>(room), '\0');
+  message.data = &segment[0];
+  ASSERT_EQ(tarn_test::driver().serialize(list, message), TARN_SUCCESS);
+  ASSERT_EQ(message.byte_count, expected.size());
   EXPECT_TRUE(segment.compare(0, expected.size(), expected) == 0);
 }
 

@@ -6,10 +6,10 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 
-#include <filesystem>
 #include <functional>
 #include <memory>
 
+#include "cheap_hashing.h"
 #include "module_fixture.h"
 #include "wire.h"
 
@@ -18,21 +18,13 @@ namespace {
 using tarn_host::Logger;
 using tarn_host::LogLine;
 
-// The module under test, loaded from a private copy of its file.
-class FreshModule {
+// The module under test, loaded (not started) from a private copy of its file.
+class FreshModule : public tarn_host::ModuleDriver {
  public:
   FreshModule() {
-    const std::string copy = _dir.path() + "/module.so";
-    std::filesystem::copy_file(TARN_MODULE_PATH, copy);
     std::string error;
-    if (!_module.open(copy, error)) ADD_FAILURE() << error;
+    if (!load(TARN_MODULE_PATH, error, true)) ADD_FAILURE() << error;
   }
-  const tarn_host::ModuleApi& api() const { return _module.api(); }
-  bool loaded() const { return _module.isOpen(); }
-
- private:
-  tarn_test::TempDir _dir;
-  tarn_host::LoadedModule _module;
 };
 
 struct Schema {
@@ -41,23 +33,16 @@ struct Schema {
   Schema() {
     dir.write(file, "syntax = \"proto2\";\npackage life;\nmessage M { optional int32 a = 1; }\n");
   }
-  tarn_message_type_context create(const tarn_host::ModuleApi& api_) const {
-    tarn_host::ContextOptions options;
-    const std::string path = ";" + dir.path();
-    options.add("ProtoPath", path.c_str()).add("ProtoFile", file.c_str()).add("Type", "life.M");
-    return api_.create_context(options.get());
+  tarn_message_type_context create(const tarn_host::ModuleDriver& module_) const {
+    return module_.createContext({dir.path()}, file, "life.M");
   }
 };
 
 // Parses 08 07 (a = 7) and reports the entries as "hash-free" text.
-std::string parseSeven(const tarn_host::ModuleApi& api_, tarn_message_type_context context_) {
+std::string parseSeven(const tarn_host::ModuleDriver& module_, tarn_message_type_context context_) {
   const char body[] = {0x08, 0x07};
-  tarn_input_message in = {};
-  in.message_type_context = context_;
-  in.data = body;
-  in.byte_count = sizeof body;
   tarn_host::ValueSet set;
-  const int status = api_.parse_message(&in, set.handle());
+  const int status = module_.parse(context_, body, sizeof body, set.handle());
   std::string out = "status " + std::to_string(status);
   for (const auto& e : set.entries())
     out += " " + std::string(e.tag_bytes, e.tag_length) + "=" + std::to_string(e.l);
@@ -103,12 +88,12 @@ TEST(Lifecycle, CallsBeforeStartAndWithoutALoggerWork) {
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
     FreshModule module;
-    ASSERT_TRUE(module.loaded());
+    ASSERT_TRUE(module.isLoaded());
     const size_t mark = Logger::mark();
     row.before(module.api());
-    tarn_message_type_context context = s.create(module.api());
+    tarn_message_type_context context = s.create(module);
     ASSERT_NE(nullptr, context);
-    EXPECT_EQ("status 0 a=7", parseSeven(module.api(), context));
+    EXPECT_EQ("status 0 a=7", parseSeven(module, context));
     EXPECT_EQ(0, module.api().destroy_context(context));
     EXPECT_EQ(0, module.api().destroy_context(nullptr)) << "a null handle frees nothing";
     std::vector<LogLine> expected = row.logged;
@@ -129,11 +114,11 @@ TEST(Lifecycle, CallsBeforeStartAndWithoutALoggerWork) {
 TEST(Lifecycle, RecreatingAnUnchangedContextKeepsTheHeapFlat) {
   Schema s;
   FreshModule module;
-  ASSERT_TRUE(module.loaded());
+  ASSERT_TRUE(module.isLoaded());
   module.api().module_init(nullptr, nullptr, nullptr);  // nothing kept per log line
   auto recreate = [&](int times) {
     for (int i = 0; i < times; ++i) {
-      tarn_message_type_context context = s.create(module.api());
+      tarn_message_type_context context = s.create(module);
       ASSERT_NE(nullptr, context);
       module.api().destroy_context(context);
     }
@@ -153,7 +138,7 @@ TEST(Lifecycle, RecreatingAnUnchangedContextKeepsTheHeapFlat) {
 // own small object, however many types its root reaches.
 TEST(Lifecycle, ContextsOfALoadedTypeCostOnlyTheirOwnObject) {
   FreshModule module;
-  ASSERT_TRUE(module.loaded());
+  ASSERT_TRUE(module.isLoaded());
   module.api().module_init(nullptr, nullptr, nullptr);  // nothing kept per log line
   tarn_host::ContextOptions options;
   const std::string path = ";" + tarn_test::dataDir();
@@ -179,7 +164,7 @@ TEST(Lifecycle, ContextsOfALoadedTypeCostOnlyTheirOwnObject) {
 // Roots that reach types whose tables were built for other roots: fields of
 // different types may then share a place in a parse's path-hash memo, and a
 // place must answer only the field it was filled for. Under the stand-in
-// host's cheap hashing (seed + length) the elements of xs and ys continue the
+// cheap hashing of the tests (seed + length) the elements of xs and ys continue the
 // same seed, so a place shared by a and bbb, answering by seed alone, would
 // hand one field's hash to the other.
 TEST(Lifecycle, FieldsSharingAMemoPlaceKeepTheirOwnHashes) {
@@ -191,7 +176,7 @@ TEST(Lifecycle, FieldsSharingAMemoPlaceKeepTheirOwnHashes) {
             "message OnlyX { repeated X xs = 1; }\nmessage OnlyY { repeated Y ys = 1; }\n"
             "message Both { repeated X xs = 1; repeated Y ys = 2; }\n");
   FreshModule module;
-  ASSERT_TRUE(module.loaded());
+  ASSERT_TRUE(module.isLoaded());
   module.api().module_init(nullptr, nullptr, nullptr);
   std::vector<tarn_message_type_context> contexts;
   for (const char* type : {"memo.OnlyX", "memo.OnlyY", "memo.Both"}) {
@@ -211,9 +196,11 @@ TEST(Lifecycle, FieldsSharingAMemoPlaceKeepTheirOwnHashes) {
   in.data = body.data();
   in.byte_count = body.size();
   tarn_host::ValueSet set;
-  tarn_host::ValueSet::cheapHashing(true);
-  const int status = module.api().parse_message(&in, set.handle());
-  tarn_host::ValueSet::cheapHashing(false);
+  int status;
+  {
+    tarn_test::CheapHashing cheap;
+    status = module.api().parse_message(&in, set.handle());
+  }
   ASSERT_EQ(0, status);
   const std::vector<tarn_message_value_set_entry> entries = set.entries();
   ASSERT_EQ(8u, entries.size());
@@ -238,14 +225,10 @@ TEST(Lifecycle, RemappingAPairKeepsItsFirstPlace) {
                "syntax = \"proto2\";\npackage twice;\nmessage Second { optional int32 a = 1; }\n");
   first.write(other, "syntax = \"proto2\";\nmessage Other { optional int32 a = 1; }\n");
   FreshModule module;
-  ASSERT_TRUE(module.loaded());
+  ASSERT_TRUE(module.isLoaded());
   auto create = [&](const std::string& p1, const std::string& p2, const std::string& f,
                     const char* type) {
-    tarn_host::ContextOptions options;
-    const std::string a = ";" + p1, b = ";" + p2;
-    options.add("ProtoPath", a.c_str()).add("ProtoPath", b.c_str());
-    options.add("ProtoFile", f.c_str()).add("Type", type);
-    tarn_message_type_context context = module.api().create_context(options.get());
+    tarn_message_type_context context = module.createContext({p1, p2}, f, type);
     if (context) module.api().destroy_context(context);
     return context != nullptr;
   };

@@ -8,7 +8,7 @@
 
 #include <map>
 
-#include "host/merge_bound.h"
+#include "host/module_driver.h"
 #include "host/value_list.h"
 #include "random_message.h"
 #include "wire.h"
@@ -122,7 +122,7 @@ TEST(RichRoundTrip, MergeOfRandomPairsMatchesTheModelInsideTheRoom) {
     tarn_host::ValueSet stored, update;
     ASSERT_EQ(TARN_SUCCESS, tarn_test::parse(tarn_test::rich(), storedBody, stored));
     ASSERT_EQ(TARN_SUCCESS, tarn_test::parse(tarn_test::rich(), updateBody, update));
-    const uint64_t room = tarn_host::mergeOutputBound(update, stored);
+    const uint64_t room = tarn_host::mergeRoom(update.handle(), stored.handle());
     // runMerge fails on a write outside the room, between canaries.
     const std::string output = tarn_test::runMerge(update, stored);
     ASSERT_NE("!", output);
@@ -164,15 +164,9 @@ TEST(RichRoundTrip, ReserializedEntriesReadBackAsTheMessage) {
     ASSERT_EQ(TARN_SUCCESS, tarn_test::parse(tarn_test::rich(), body, set));
     tarn_host::ValueList values;
     values.build(set);
-    tarn_output_message_data out = {};
-    out.body_type = 5;
-    out.value_list = values.list();
-    const int size = tarn_test::api().compute_serialize_size(&out);
-    std::string segment(static_cast<size_t>(size), '\0');
-    out.message.data = &segment[0];
-    ASSERT_EQ(TARN_SUCCESS, tarn_test::api().serialize_message(&out));
-    ASSERT_LE(out.message.byte_count, static_cast<uint32_t>(size));
-    auto again = TestSchema::get().read(richType(), segment.substr(0, out.message.byte_count));
+    std::string segment;
+    ASSERT_EQ(TARN_SUCCESS, tarn_test::driver().serialize(*values.list(), segment));
+    auto again = TestSchema::get().read(richType(), segment);
     ASSERT_NE(nullptr, again);
     EXPECT_EQ(TestSchema::get().read(richType(), body)->SerializePartialAsString(),
               again->SerializePartialAsString());

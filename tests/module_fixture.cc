@@ -14,23 +14,23 @@
 #include <map>
 #include <stdexcept>
 
-#include "host/merge_bound.h"
+#include "host/module_driver.h"
 #include "wire.h"
 
 namespace tarn_test {
 
-const tarn_host::ModuleApi& api() {
-  static tarn_host::LoadedModule* pModule = [] {
-    auto* p = new tarn_host::LoadedModule();
+const tarn_host::ModuleDriver& driver() {
+  // Never destroyed: the module stays loaded until the process ends.
+  static const tarn_host::ModuleDriver* pDriver = [] {
+    auto* p = new tarn_host::ModuleDriver();
     std::string error;
-    if (!p->open(TARN_MODULE_PATH, error)) {
+    if (!p->open(TARN_MODULE_PATH, &tarn_host::Logger::log, error)) {
       std::fprintf(stderr, "%s\n", error.c_str());
       std::abort();
     }
-    p->api().module_init(nullptr, &tarn_host::Logger::log, &std::malloc);
     return p;
   }();
-  return pModule->api();
+  return *pDriver;
 }
 
 std::string dataDir() { return std::string(TARN_SOURCE_DIR) + "/tests/data"; }
@@ -43,10 +43,7 @@ std::string corpusDir() {
 
 tarn_message_type_context makeContext(const std::string& dir, const std::string& file,
                                       const std::string& type) {
-  tarn_host::ContextOptions options;
-  std::string path = ";" + dir;
-  options.add("ProtoPath", path.c_str()).add("ProtoFile", file.c_str()).add("Type", type.c_str());
-  return api().create_context(options.get());
+  return driver().createContext({dir}, file, type);
 }
 
 tarn_message_type_context context(const std::string& file, const std::string& type,
@@ -61,12 +58,7 @@ tarn_message_type_context context(const std::string& file, const std::string& ty
 
 int parse(tarn_message_type_context context, const std::string& body, tarn_host::ValueSet& set,
           tarn_message_xpath_find_set findSet) {
-  tarn_input_message input = {};
-  input.message_type_context = context;
-  input.data = body.data();
-  input.byte_count = body.size();
-  return findSet == nullptr ? api().parse_message(&input, set.handle())
-                            : api().partial_parse_message(&input, findSet, set.handle());
+  return driver().parse(context, body.data(), body.size(), set.handle(), findSet);
 }
 
 uint32_t pathHash(std::initializer_list<std::string> names, uint32_t base) {
@@ -83,11 +75,7 @@ uint32_t pathHash(std::initializer_list<std::string> names, uint32_t base) {
 Parsed::Parsed(tarn_message_type_context context_, const std::string& body_)
     : _bytes(new char[body_.size()]), _length(body_.size()) {
   if (!body_.empty()) std::memcpy(_bytes.get(), body_.data(), body_.size());
-  tarn_input_message input = {};
-  input.message_type_context = context_;
-  input.data = _bytes.get();
-  input.byte_count = _length;
-  _status = api().parse_message(&input, _set.handle());
+  _status = driver().parse(context_, _bytes.get(), _length, _set.handle());
 }
 
 bool Parsed::inside(const char* p_, size_t n_) const {
@@ -178,9 +166,8 @@ Traced trace(tarn_message_type_context ctx, const std::string& body, size_t capa
   std::unique_ptr<char[]> out(new char[capacity]);
   std::memset(out.get(), sentinel, capacity);
   if (!prefix.empty()) std::memcpy(out.get(), prefix.data(), prefix.size());
-  tarn_trace_buffer in = {data.get(), body.size()};
   tarn_trace_output_buffer buffer = {out.get(), capacity, prefix.size()};
-  Traced result{api().trace_message(ctx, &in, &buffer), ""};
+  Traced result{driver().trace(ctx, data.get(), body.size(), buffer), ""};
   EXPECT_TRUE(result.status == 0 || result.status == 255) << result.status;
   EXPECT_EQ(out.get(), buffer.output);
   EXPECT_EQ(capacity, buffer.capacity);
@@ -197,20 +184,18 @@ Traced trace(tarn_message_type_context ctx, const std::string& body, size_t capa
 std::string runMerge(tarn_host::ValueSet& update_, tarn_host::ValueSet& stored_,
                      const std::string& prefix_, int* pReturned_) {
   const std::string canary(16, '\xCD');
-  const uint64_t room = tarn_host::mergeOutputBound(update_, stored_);
+  const uint64_t room = tarn_host::mergeRoom(update_.handle(), stored_.handle());
   std::string segment = prefix_ + std::string(room, '\xAB') + canary;
-  tarn_delta_message_data delta = {};
-  delta.output.data = &segment[0];
-  delta.output.byte_count = static_cast<uint32_t>(prefix_.size());
-  delta.update_value_set = update_.handle();
-  delta.source_value_set = stored_.handle();
-  const int returned = api().delta_publish_merge(&delta);
+  tarn_message_segment output = {};
+  output.data = &segment[0];
+  output.byte_count = static_cast<uint32_t>(prefix_.size());
+  const int returned = driver().merge(update_.handle(), stored_.handle(), output);
   if (pReturned_ != nullptr) *pReturned_ = returned;
   const size_t end = prefix_.size() + room;
   if (segment.compare(end, canary.size(), canary) != 0 ||
       segment.compare(0, prefix_.size(), prefix_) != 0 ||
       returned < static_cast<int>(prefix_.size()) || static_cast<size_t>(returned) > end ||
-      delta.output.byte_count != static_cast<uint32_t>(returned))
+      output.byte_count != static_cast<uint32_t>(returned))
     return "!";
   return segment.substr(prefix_.size(), returned - prefix_.size());
 }

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "host/logger.h"
-#include "host/module_loader.h"
+#include "host/module_driver.h"
 #include "host/value_set.h"
 
 namespace tarn_test {
@@ -19,8 +19,11 @@ namespace tarn_test {
 typedef tarn_message_value_set_entry entry_t;
 const uint32_t INV = tarn_message_value_invalid_index;
 
-// The loaded module's entry points. Aborts the test process if it cannot load.
-const tarn_host::ModuleApi& api();
+// The module, loaded and started once per process with the recording logger.
+// Aborts the test process if it cannot load.
+const tarn_host::ModuleDriver& driver();
+// Its entry points, for calls built by hand.
+inline const tarn_host::ModuleApi& api() { return driver().api(); }
 std::string dataDir();    // tests/data
 std::string corpusDir();  // the public protobuf corpus, or "" when absent
 

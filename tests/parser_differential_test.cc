@@ -7,6 +7,7 @@
 #include <iterator>
 
 #include "random_message.h"
+#include "submission_log.h"
 #include "wire.h"
 
 namespace {
@@ -135,16 +136,21 @@ TEST(ParserPartial, SameSubmissionsAsTheFullParse) {
     // One exactly-sized body for both parses, so raw pointers compare equal.
     std::unique_ptr<char[]> bytes(new char[c.body.size()]);
     std::copy(c.body.begin(), c.body.end(), bytes.get());
-    tarn_input_message input = {};
-    input.message_type_context = c.context;
-    input.data = bytes.get();
-    input.byte_count = c.body.size();
+    const tarn_host::ModuleDriver& module = tarn_test::driver();
     std::vector<tarn_test::entry_t> fullLog, partialLog;
     tarn_host::ValueSet full, partial;
-    full.recordSubmissions(&fullLog);
-    partial.recordSubmissions(&partialLog);
-    EXPECT_EQ(tarn_test::api().parse_message(&input, full.handle()),
-              tarn_test::api().partial_parse_message(&input, &find, partial.handle()));
+    int fullStatus, partialStatus;
+    {
+      tarn_test::SubmissionLog log(full);
+      fullStatus = module.parse(c.context, bytes.get(), c.body.size(), full.handle());
+      fullLog = log.records();
+    }
+    {
+      tarn_test::SubmissionLog log(partial);
+      partialStatus = module.parse(c.context, bytes.get(), c.body.size(), partial.handle(), &find);
+      partialLog = log.records();
+    }
+    EXPECT_EQ(fullStatus, partialStatus);
     ASSERT_EQ(fullLog.size(), partialLog.size());
     ASSERT_EQ(fullLog.size(), full.size());
     // The full parse keeps all, so its parents are submission ordinals. A

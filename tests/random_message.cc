@@ -1,7 +1,5 @@
 #include "random_message.h"
 
-#include <google/protobuf/compiler/importer.h>
-#include <google/protobuf/dynamic_message.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -20,16 +18,6 @@ using google::protobuf::Message;
 using google::protobuf::Reflection;
 
 namespace {
-
-class Errors : public google::protobuf::compiler::MultiFileErrorCollector {
- public:
-  std::string text;
-  void AddError(const std::string& file, int line, int column,
-                const std::string& message) override {
-    text +=
-        file + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " + message + "\n";
-  }
-};
 
 template <typename T>
 T pickInt(std::mt19937_64& rng) {
@@ -129,19 +117,10 @@ void expectedLevel(const Message& m_, bool withDefaults_, size_t depth_, std::st
 
 }  // namespace
 
-struct TestSchema::Impl {
-  google::protobuf::compiler::DiskSourceTree tree;
-  Errors errors;
-  std::unique_ptr<google::protobuf::compiler::Importer> importer;
-  google::protobuf::DynamicMessageFactory factory;
-};
-
 TestSchema::TestSchema(const std::string& file, const std::string& dir)
-    : _impl(std::make_shared<Impl>()) {
-  _impl->tree.MapPath("", dir);
-  _impl->importer.reset(new google::protobuf::compiler::Importer(&_impl->tree, &_impl->errors));
-  if (_impl->importer->Import(file) == nullptr)
-    throw std::runtime_error("cannot import " + file + ": " + _impl->errors.text);
+    : _schema(std::make_shared<tarn_host::DynamicSchema>(std::vector<std::string>{dir}, file)) {
+  if (_schema->file() == nullptr)
+    throw std::runtime_error("cannot import " + file + ": " + _schema->error());
 }
 
 TestSchema& TestSchema::get(const std::string& file, const std::string& dir) {
@@ -153,11 +132,11 @@ TestSchema& TestSchema::get(const std::string& file, const std::string& dir) {
 }
 
 const Descriptor* TestSchema::type(const std::string& fullName) const {
-  return _impl->importer->pool()->FindMessageTypeByName(fullName);
+  return _schema->type(fullName);
 }
 
 std::unique_ptr<Message> TestSchema::newMessage(const Descriptor* type) const {
-  return std::unique_ptr<Message>(_impl->factory.GetPrototype(type)->New());
+  return _schema->newMessage(type);
 }
 
 std::unique_ptr<Message> TestSchema::read(const Descriptor* type, const std::string& body) const {

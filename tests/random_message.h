@@ -13,11 +13,12 @@
 #include <random>
 #include <string>
 
+#include "host/dynamic_schema.h"
 #include "module_fixture.h"
 
 namespace tarn_test {
 
-// A .proto file imported with libprotobuf's importer, once per process.
+// A .proto file of the tests as libprotobuf reads it, imported once per process.
 class TestSchema {
  public:
   static TestSchema& get(const std::string& file = "rich.proto",
@@ -32,8 +33,7 @@ class TestSchema {
 
  private:
   TestSchema(const std::string& file, const std::string& dir);
-  struct Impl;
-  std::shared_ptr<Impl> _impl;
+  std::shared_ptr<tarn_host::DynamicSchema> _schema;
 };
 
 // Sets a random selection of fields (repeated fields get 0 to 4 elements),

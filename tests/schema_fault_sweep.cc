@@ -36,7 +36,7 @@
 #include <string>
 
 #include "host/alloc_counter.h"
-#include "host/module_loader.h"
+#include "host/module_driver.h"
 #include "host/value_set.h"
 #include "wire.h"
 
@@ -159,7 +159,7 @@ struct Result {
   std::string record;
 };
 
-Result runChild(tarn_host::LoadedModule*& pModule_, uint64_t nth_, bool persistent_,
+Result runChild(tarn_host::ModuleDriver*& pModule_, uint64_t nth_, bool persistent_,
                 const std::string& body_) {
   int pipeFds[2];
   if (::pipe(pipeFds) != 0) std::exit(2);
@@ -206,9 +206,9 @@ int main(int argc, char** argv) {
     if (std::strcmp(argv[i], "--verbose") == 0) verbose = true;
   }
   if (stride == 0) stride = 1;
-  auto* pModule = new tarn_host::LoadedModule();
+  auto* pModule = new tarn_host::ModuleDriver();
   std::string error;
-  if (!pModule->open(modulePath, error)) {
+  if (!pModule->load(modulePath, error)) {
     std::fprintf(stderr, "%s\n", error.c_str());
     return 2;
   }

@@ -1,7 +1,7 @@
 // The stand-in host's value set as the merge, tarnpb and the other tests read
 // it: consecutive indexes, one key slot per hash naming its first entry, the
 // chaining of repeated hashes through _array/_last/_arrayCount, growth,
-// find-set filtering, recording, and clearing for reuse.
+// find-set filtering, and clearing for reuse.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -101,14 +101,11 @@ TEST(ValueSet, StoresChainsAndKeysEntriesExactly) {
     tarn::tarn_xpath_hash_set find;
     for (uint32_t h : c.find) find.insert(h);
     tarn_host::ValueSet set;
-    std::vector<tarn_message_value_set_entry> log;
-    set.recordSubmissions(c.find.empty() ? nullptr : &log);
     std::vector<uint32_t> indexes;
     for (size_t i = 0; i < c.submits.size(); ++i)
       indexes.push_back(
           submit(set, c.find.empty() ? nullptr : &find, c.submits[i], static_cast<uint32_t>(i)));
     EXPECT_EQ(c.indexes, indexes);
-    EXPECT_EQ(c.find.empty() ? 0 : c.submits.size(), log.size());
     ASSERT_EQ(c.kept.size(), set.size());
     for (uint32_t i = 0; i < set.size(); ++i) {
       const tarn_message_value_set_entry& e = set[i];
@@ -184,51 +181,6 @@ TEST(ValueSet, KeyTableSizeFollowsTheDistinctPaths) {
     // A repeat of every hash adds entries, never slots.
     for (uint32_t k = 1; k <= keys; ++k) submit(set, nullptr, {k * 0x9E3779B1u}, keys + k - 1);
     EXPECT_EQ(buckets, set.impl()._bucketCount) << keys << " keys";
-  }
-}
-
-// The sets that keep nothing: the benchmarks' measuring hosts. Both hand out
-// fresh indexes and answer every fetch with one scratch entry; a discarding
-// set still honours a find set (a partial parse's unwanted top-level entry
-// gets the invalid index) and records when asked, the null set does neither.
-TEST(ValueSet, KeepNothingModesNumberAndFilterExactly) {
-  using Mode = tarn_host::ValueSet::Mode;
-  struct Case {
-    const char* name;
-    Mode mode;
-    bool find;
-    bool record;
-    std::vector<uint32_t> indexes;
-  };
-  // Submissions: hash 3 wanted at the top, hash 9 not wanted at the top, and
-  // hash 9 under a parent (wanted: it lies inside a wanted subtree).
-  const std::vector<Submit> submits = {{3}, {9}, {9, 0}, {3}};
-  const std::vector<Case> cases = {
-      {"discard", Mode::discard, false, false, {0, 1, 2, 3}},
-      {"discard, find set", Mode::discard, true, false, {0, INV, 1, 2}},
-      {"discard, recording", Mode::discard, false, true, {0, 1, 2, 3}},
-      {"discard, find set and recording", Mode::discard, true, true, {0, INV, 1, 2}},
-      {"null ignores find set and recording", Mode::null, true, true, {0, 1, 2, 3}},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    tarn::tarn_xpath_hash_set find;
-    find.insert(3);
-    tarn_host::ValueSet set(tarn_host::default_base_hash, c.mode);
-    std::vector<tarn_message_value_set_entry> log;
-    if (c.record) set.recordSubmissions(&log);
-    std::vector<uint32_t> indexes;
-    for (size_t i = 0; i < submits.size(); ++i)
-      indexes.push_back(
-          submit(set, c.find ? &find : nullptr, submits[i], static_cast<uint32_t>(i)));
-    EXPECT_EQ(c.indexes, indexes);
-    EXPECT_EQ(0u, set.size());
-    EXPECT_EQ(c.record && c.mode == Mode::discard ? submits.size() : 0u, log.size());
-    tarn_message_value_set_entry* pScratch = tarn_message_xpath_get(set.handle(), 0);
-    ASSERT_NE(nullptr, pScratch);
-    EXPECT_EQ(pScratch, tarn_message_xpath_get(set.handle(), 7));
-    set.clear();
-    EXPECT_EQ(0u, submit(set, nullptr, {5}, 0));
   }
 }
 

@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "commands.h"
-#include "host/merge_bound.h"
+#include "host/module_driver.h"
 #include "host/value_list.h"
 #include "input.h"
 #include "text_util.h"
@@ -72,19 +72,16 @@ Parsed parseOrRefuse(const Workbench& bench_, const std::string& path_, bool tex
 std::string mergeBodies(const ModuleSession& module_, tarn_host::ValueSet& update_,
                         tarn_host::ValueSet& stored_) {
   // The module checks no capacity: the host sizes the segment beforehand.
-  const size_t room = static_cast<size_t>(tarn_host::mergeOutputBound(update_, stored_));
+  const size_t room = static_cast<size_t>(tarn_host::mergeRoom(update_.handle(), stored_.handle()));
   GuardedRoom buffer(room);
-  tarn_delta_message_data delta = {};
-  delta.output.data = buffer.data();
-  delta.update_value_set = update_.handle();
-  delta.source_value_set = stored_.handle();
-  const int count = module_.api().delta_publish_merge(&delta);
-  if (!buffer.guardIntact() || static_cast<size_t>(count) > room ||
-      delta.output.byte_count > room) {
+  tarn_message_segment output = {};
+  output.data = buffer.data();
+  const int count = module_.driver().merge(update_.handle(), stored_.handle(), output);
+  if (!buffer.guardIntact() || static_cast<size_t>(count) > room || output.byte_count > room) {
     throw ToolError(exit_refused,
                     "the module's merge wrote past the " + std::to_string(room) + " bytes of room");
   }
-  return buffer.take(delta.output.byte_count);
+  return buffer.take(output.byte_count);
 }
 
 namespace {
@@ -119,18 +116,15 @@ int runSerialize(const Args& args_) {
   auto list = std::make_unique<tarn_host::ValueList>();
   list->build(*parsed.set);
 
-  tarn_output_message_data out = {};
-  out.body_type = 5;
-  out.value_list = list->list();
-  const int sizeAnswer = bench->module->api().compute_serialize_size(&out);
-  // The size answer counts each value's bytes; a submessage's four-byte length
-  // slot can be longer than the prefix it replaces, so room is added for it.
-  const size_t roomSize =
-      static_cast<size_t>(sizeAnswer < 0 ? 0 : sizeAnswer) + 4 * list->documents();
+  const tarn_host::ModuleDriver& module = bench->module->driver();
+  tarn_message_segment out = {};
+  // The size answer counts each value's bytes and each submessage's length slot.
+  const int sizeAnswer = module.serializeRoom(*list->list(), out);
+  const size_t roomSize = static_cast<size_t>(sizeAnswer < 0 ? 0 : sizeAnswer);
   GuardedRoom room(roomSize);
-  out.message.data = room.data();
-  const int status = bench->module->api().serialize_message(&out);
-  if (!room.guardIntact() || out.message.byte_count > roomSize) {
+  out.data = room.data();
+  const int status = module.serialize(*list->list(), out);
+  if (!room.guardIntact() || out.byte_count > roomSize) {
     throw ToolError(exit_refused, "the module's serialization wrote past the " +
                                       std::to_string(roomSize) + " bytes of room");
   }
@@ -138,7 +132,7 @@ int runSerialize(const Args& args_) {
     throw ToolError(exit_refused,
                     "the module refused to serialize (status " + std::to_string(status) + ")");
   }
-  const std::string buffer = room.take(out.message.byte_count);
+  const std::string buffer = room.take(out.byte_count);
   const size_t valueCount = list->values().size();
   // The rebuilt body no longer needs the list or the entries behind it; the
   // value set's storage parses the rebuild.

@@ -2,7 +2,7 @@
 
 #include "commands.h"
 #include "diagnose.h"
-#include "host/module_loader.h"
+#include "host/module_driver.h"
 #include "input.h"
 
 namespace tarnpb {

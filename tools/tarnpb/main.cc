@@ -9,7 +9,7 @@
 #include <new>
 
 #include "commands.h"
-#include "host/module_loader.h"
+#include "host/module_driver.h"
 
 namespace {
 

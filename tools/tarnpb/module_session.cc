@@ -1,7 +1,6 @@
 #include "module_session.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 
 #include "cli.h"
@@ -44,16 +43,14 @@ SchemaConfig SchemaConfig::fromArgs(const Args& args_) {
 ModuleSession::ModuleSession(const std::string& modulePath_, bool quiet_) : _quiet(quiet_) {
   tarn_host::Logger::echoToStderr(!quiet_);
   std::string error;
-  if (!_module.open(modulePath_, error)) throw ToolError(exit_refused, error);
+  if (!_module.load(modulePath_, error)) throw ToolError(exit_refused, error);
   const size_t mark = tarn_host::Logger::mark();
-  _started = true;
-  api().module_init(nullptr, &tarn_host::Logger::log, &std::malloc);
+  _module.start(&tarn_host::Logger::log);
   showQuietLines(mark);
 }
 
 ModuleSession::~ModuleSession() {
-  if (_context != nullptr) api().destroy_context(_context);
-  if (_started) api().module_terminate();
+  if (_context != nullptr) _module.destroyContext(_context);
 }
 
 void ModuleSession::showQuietLines(size_t mark_) const {
@@ -65,14 +62,8 @@ void ModuleSession::showQuietLines(size_t mark_) const {
 }
 
 void ModuleSession::createContext(const SchemaConfig& config_) {
-  tarn_host::ContextOptions options;
-  std::vector<std::string> paths;
-  for (const auto& dir : config_.protoPaths) paths.push_back(";" + dir);
-  for (const auto& path : paths) options.add("ProtoPath", path.c_str());
-  options.add("ProtoFile", config_.file.c_str());
-  options.add("Type", config_.type.c_str());
   const size_t mark = tarn_host::Logger::mark();
-  _context = api().create_context(options.get());
+  _context = _module.createContext(config_.protoPaths, config_.file, config_.type);
   showQuietLines(mark);
   if (_context != nullptr) return;
   std::string reason = "no reason logged";
@@ -87,19 +78,13 @@ void ModuleSession::createContext(const SchemaConfig& config_) {
 
 int ModuleSession::parse(const std::string& body_, tarn_host::ValueSet& set_,
                          const tarn::tarn_xpath_hash_set* pFind_) const {
-  tarn_input_message input = {};
-  input.message_type_context = _context;
-  input.data = body_.data();
-  input.byte_count = body_.size();
-  if (pFind_ == nullptr) return api().parse_message(&input, set_.handle());
-  return api().partial_parse_message(&input, pFind_, set_.handle());
+  return _module.parse(_context, body_.data(), body_.size(), set_.handle(), pFind_);
 }
 
 int ModuleSession::traceOnce(const std::string& body_, size_t capacity_, std::string& text_) const {
   std::unique_ptr<char[]> buffer(new char[capacity_ == 0 ? 1 : capacity_]);
-  tarn_trace_buffer in = {body_.data(), body_.size()};
   tarn_trace_output_buffer out = {buffer.get(), capacity_, 0};
-  const int status = api().trace_message(_context, &in, &out);
+  const int status = _module.trace(_context, body_.data(), body_.size(), out);
   // The length is the module's word; it is held to the capacity all the same.
   text_.assign(buffer.get(), out.length <= capacity_ ? out.length : capacity_);
   return status;

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "host/module_loader.h"
+#include "host/module_driver.h"
 #include "host/value_set.h"
 #include "tarn/tarn_xpath_hash_set.h"
 
@@ -37,6 +37,7 @@ class ModuleSession {
   ModuleSession& operator=(const ModuleSession&) = delete;
 
   const tarn_host::ModuleApi& api() const { return _module.api(); }
+  const tarn_host::ModuleDriver& driver() const { return _module; }
 
   // Creates the context. Throws ToolError (refused) with the module's own
   // reason, its first log line from warning up, when it returns null.
@@ -56,9 +57,8 @@ class ModuleSession {
  private:
   void showQuietLines(size_t mark_) const;
 
-  tarn_host::LoadedModule _module;
+  tarn_host::ModuleDriver _module;
   tarn_message_type_context _context = nullptr;
-  bool _started = false;
   bool _quiet;
 };
 

@@ -12,19 +12,6 @@ namespace tarnpb {
 
 namespace gp = google::protobuf;
 
-struct Schema::ErrorCollector : public gp::compiler::MultiFileErrorCollector {
-  void AddError(const std::string& filename_, int line_, int column_,
-                const std::string& message_) override {
-    if (!first.empty()) return;
-    std::ostringstream out;
-    out << filename_;
-    if (line_ >= 0) out << ":" << line_ + 1 << ":" << column_ + 1;
-    out << ": " << message_;
-    first = out.str();
-  }
-  std::string first;
-};
-
 namespace {
 
 struct TextErrors : public gp::io::ErrorCollector {
@@ -45,17 +32,13 @@ void collectTypes(const gp::Descriptor* type_, std::vector<std::string>& out_) {
 }  // namespace
 
 Schema::Schema(const std::vector<std::string>& protoPaths_, const std::string& file_)
-    : _errors(new ErrorCollector) {
-  for (const auto& dir : protoPaths_) _tree.MapPath("", dir);
-  _importer.reset(new gp::compiler::Importer(&_tree, _errors.get()));
-  _pFile = _importer->Import(file_);
+    : _schema(protoPaths_, file_), _pFile(_schema.file()) {
   if (_pFile == nullptr) {
-    std::string why = _errors->first.empty() ? "not found in the proto path" : _errors->first;
+    const std::string& error = _schema.error();
+    std::string why = error.empty() ? "not found in the proto path" : error;
     throw ToolError(exit_refused, "cannot load schema " + file_ + ": " + why);
   }
 }
-
-Schema::~Schema() = default;
 
 std::vector<std::string> Schema::messageTypes() const {
   std::vector<std::string> names;
@@ -65,7 +48,7 @@ std::vector<std::string> Schema::messageTypes() const {
 }
 
 const gp::Descriptor* Schema::type(const std::string& fullName_) const {
-  const gp::Descriptor* pType = _importer->pool()->FindMessageTypeByName(fullName_);
+  const gp::Descriptor* pType = _schema.type(fullName_);
   if (pType != nullptr) return pType;
   std::string known;
   for (const auto& name : messageTypes()) known += (known.empty() ? "" : ", ") + name;
@@ -87,7 +70,7 @@ const gp::Descriptor* Schema::rootType(const std::string& fullName_) const {
 
 std::string Schema::encode(const gp::Descriptor* type_, const std::string& text_,
                            const std::string& where_) const {
-  std::unique_ptr<gp::Message> message(_factory.GetPrototype(type_)->New());
+  std::unique_ptr<gp::Message> message = _schema.newMessage(type_);
   TextErrors errors;
   gp::TextFormat::Parser parser;
   parser.RecordErrorsTo(&errors);
@@ -105,7 +88,7 @@ std::string Schema::encode(const gp::Descriptor* type_, const std::string& text_
 
 bool Schema::decode(const gp::Descriptor* type_, const std::string& wire_,
                     std::string& text_) const {
-  std::unique_ptr<gp::Message> message(_factory.GetPrototype(type_)->New());
+  std::unique_ptr<gp::Message> message = _schema.newMessage(type_);
   if (!message->ParsePartialFromString(wire_)) return false;
   return gp::TextFormat::PrintToString(*message, &text_);
 }
@@ -113,8 +96,8 @@ bool Schema::decode(const gp::Descriptor* type_, const std::string& wire_,
 bool Schema::sameMessage(const gp::Descriptor* type_, const std::string& a_,
                          const std::string& b_) const {
   // Compared field by field: cheaper than writing both out again.
-  std::unique_ptr<gp::Message> a(_factory.GetPrototype(type_)->New());
-  std::unique_ptr<gp::Message> b(_factory.GetPrototype(type_)->New());
+  std::unique_ptr<gp::Message> a = _schema.newMessage(type_);
+  std::unique_ptr<gp::Message> b = _schema.newMessage(type_);
   if (!a->ParsePartialFromString(a_) || !b->ParsePartialFromString(b_)) return false;
   return gp::util::MessageDifferencer::Equals(*a, *b);
 }

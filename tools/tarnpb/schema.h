@@ -1,17 +1,16 @@
-// The tool's own view of the schema: libprotobuf's importer over the same
-// proto path the module is given, in a pool of the tool's (the module keeps
-// its own). It turns text format into wire format and back, names the fields
-// behind a path, and checks --find paths before they are hashed.
+// The tool's own view of the schema: libprotobuf's reading of it
+// (host/dynamic_schema.h) over the same proto path the module is given, in a
+// pool of the tool's (the module keeps its own). It turns text format into wire format and back,
+// names the fields behind a path, and checks --find paths before they are hashed.
 #ifndef TARN_TOOLS_TARNPB_SCHEMA_H
 #define TARN_TOOLS_TARNPB_SCHEMA_H
 
-#include <google/protobuf/compiler/importer.h>
 #include <google/protobuf/descriptor.h>
-#include <google/protobuf/dynamic_message.h>
 
-#include <memory>
 #include <string>
 #include <vector>
+
+#include "host/dynamic_schema.h"
 
 namespace tarnpb {
 
@@ -20,7 +19,6 @@ class Schema {
   // Imports file_ through protoPaths_ (each mapped as the root of the virtual
   // tree, in order). Throws ToolError (refused) with the first import error.
   Schema(const std::vector<std::string>& protoPaths_, const std::string& file_);
-  ~Schema();
 
   // Every message type the file defines, nested ones included, by full name.
   std::vector<std::string> messageTypes() const;
@@ -46,12 +44,8 @@ class Schema {
                                                           const std::vector<std::string>& names_);
 
  private:
-  struct ErrorCollector;
-  std::unique_ptr<ErrorCollector> _errors;
-  google::protobuf::compiler::DiskSourceTree _tree;
-  std::unique_ptr<google::protobuf::compiler::Importer> _importer;
-  const google::protobuf::FileDescriptor* _pFile = nullptr;
-  mutable google::protobuf::DynamicMessageFactory _factory;
+  tarn_host::DynamicSchema _schema;
+  const google::protobuf::FileDescriptor* _pFile;
 };
 
 // "a.b.c" split at the dots; a usage error for an empty part.

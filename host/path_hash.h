@@ -4,16 +4,19 @@
 // non-zero value.
 //
 // A parse hashes one field name per field occurrence, so this sits on the
-// parser's hottest path. Names are short: most fit one 8-byte word, which is
-// folded in with a single 64x64->128-bit multiply rather than one multiply per
-// byte. Every read stays inside [data, data + length).
-#include <atomic>
+// parser's hottest path: it is inline, for the exported hash functions of
+// every host built over this storage. Names are short: most fit one 8-byte
+// word, which is folded in with a single 64x64->128-bit multiply rather than
+// one multiply per byte. Every read stays inside [data, data + length).
+#ifndef TARN_HOST_PATH_HASH_H
+#define TARN_HOST_PATH_HASH_H
+
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 
-#include "host_export.h"
-#include "value_set.h"
-
-namespace {
+namespace tarn_host {
+namespace path_hash_detail {
 
 const uint32_t zero_replacement = 0x9E3779B9u;
 const char path_separator = '/';
@@ -48,7 +51,10 @@ inline uint64_t shortWord(const char* p_, size_t length_) {
          u[length_ - 1];
 }
 
+}  // namespace path_hash_detail
+
 inline uint32_t pathHash(const char* pData_, size_t length_, uint32_t seed_) {
+  using namespace path_hash_detail;
   uint64_t h = (static_cast<uint64_t>(seed_) | static_cast<uint64_t>(length_) << 32) ^ k0;
   if (length_ <= 8) {
     h = mix(h, (length_ ? shortWord(pData_, length_) : 0) ^ k1);
@@ -61,21 +67,11 @@ inline uint32_t pathHash(const char* pData_, size_t length_, uint32_t seed_) {
   return hash == 0 ? zero_replacement : hash;
 }
 
-std::atomic<bool> g_cheap{false};
-
-}  // namespace
-
-void tarn_host::ValueSet::cheapHashing(bool on_) { g_cheap.store(on_, std::memory_order_relaxed); }
-
-TARN_HOST_EXPORT tarn_message_xpath_hash
-tarn_message_xpath_hash_string(const char* data, size_t length, tarn_message_xpath_hash seed) {
-  if (g_cheap.load(std::memory_order_relaxed))
-    return seed + static_cast<tarn_message_xpath_hash>(length);
-  return pathHash(data, length, seed);
+// The separator a nested message's path continues with.
+inline uint32_t pathHashAddSeparator(uint32_t hash_) {
+  return pathHash(&path_hash_detail::path_separator, 1, hash_);
 }
 
-TARN_HOST_EXPORT tarn_message_xpath_hash
-tarn_message_xpath_hash_add_separator(tarn_message_xpath_hash hash) {
-  if (g_cheap.load(std::memory_order_relaxed)) return hash + 1;
-  return pathHash(&path_separator, 1, hash);
-}
+}  // namespace tarn_host
+
+#endif
