@@ -68,8 +68,9 @@ class SetBuilder {
   // The wire reader is the module's own: these bodies are well-formed inputs,
   // and the expected bytes are written out by hand.
   static uint64_t varint(const char*& p_, const char* end_) {
-    uint64_t value = 0;
-    if (!readVarint(p_, end_, value)) p_ = end_;
+    wire_cursor in(p_, static_cast<size_t>(end_ - p_));
+    const uint64_t value = in.varintOrZero();
+    p_ = in.position();
     return value;
   }
   void level(const char* p_, const char* end_, uint32_t parent_, uint32_t key_, const Shape& s_) {

@@ -23,8 +23,6 @@
 
 class tarn_protobuf_v2_tracer {
  public:
-  typedef google::protobuf::FieldDescriptor::Type Type;
-
   tarn_protobuf_v2_tracer(const type_table* root_, tarn_trace_output_buffer* pOutput_)
       : _os(pOutput_), _root(root_) {}
 
@@ -32,21 +30,18 @@ class tarn_protobuf_v2_tracer {
   // trace_output_stream::trace_output_exception when the buffer is full.
   void trace(const tarn_trace_buffer* pMessage_);
 
-  // One message level, braces included; depth_ is its nesting level, the
-  // body's being 0.
-  void _trace(const tarn_trace_buffer* pMessage_, const type_table& table_, unsigned depth_ = 0);
-
-  // One packed payload of length_ bytes, brackets included.
-  void _tracePacked(Type type_, const char* pSrc_, size_t length_);
-
  private:
+  // One message level, braces included; depth_ is its nesting level, the
+  // body's being 0. in_ ends with the level.
+  void _traceLevel(wire_cursor in_, const type_table& table_, unsigned depth_);
+  // One packed block, brackets included. block_ ends with the block.
+  void _tracePacked(const field_entry& field_, wire_cursor block_);
   // Renders one field whose tag has been read; false ends the level.
-  bool _traceField(const field_entry& field_, uint32_t wireType_, const char*& pSrc_,
-                   const char* pEnd_, bool first_, unsigned depth_);
-  // A scalar's raw bits as the trace shows them: a varint unsigned (zigzag
-  // only where travel_ says so), a float or a double with a fraction, other
-  // fixed-width integers signed, except unsigned types inside packed_ lists.
-  void _scalar(field_travel travel_, Type type_, uint64_t bits_, bool packed_);
+  bool _traceField(const field_entry& field_, uint32_t wireType_, wire_cursor& in_, bool first_,
+                   unsigned depth_);
+  // A scalar's raw bits as decoder_ converts them: a float or a double with
+  // a fraction, an integer signed or unsigned as the decoder says.
+  void _scalar(unsigned decoder_, uint64_t bits_);
   trace_output_stream& _separator(bool first_);
   void _key(const field_entry& field_, bool first_);
   // The key written piece by piece: what fits of it when the whole does not.
