@@ -68,7 +68,8 @@ class SetBuilder {
   // The wire reader is the module's own: these bodies are well-formed inputs,
   // and the expected bytes are written out by hand.
   static uint64_t varint(const char*& p_, const char* end_) {
-    wire_cursor in(p_, static_cast<size_t>(end_ - p_));
+    const wire_body body = {p_, end_};
+    wire_cursor in(body);
     const uint64_t value = in.varintOrZero();
     p_ = in.position();
     return value;

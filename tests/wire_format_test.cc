@@ -45,10 +45,11 @@ bool readAt(const std::string& buffer_, uint64_t& value_, size_t& length_, Read 
   std::unique_ptr<char[]> copy(new char[all.size() ? all.size() : 1]);
   std::memcpy(copy.get(), all.data(), all.size());
   const char* const start = copy.get() + before_;
-  wire_cursor body =
-      body_ ? wire_cursor(copy.get(), all.size()) : wire_cursor(start, buffer_.size());
-  body.moveTo(start);
-  wire_cursor in = body.nested(buffer_.size());
+  const wire_body body = {body_ ? copy.get() : start,
+                          body_ ? copy.get() + all.size() : start + buffer_.size()};
+  wire_cursor in(body);
+  in.moveTo(start);
+  in = in.nested(buffer_.size());
   value_ = ~uint64_t{0};
   bool ok = true;
   switch (read_) {

@@ -24,25 +24,24 @@ TARN_ALWAYS_INLINE void storeScalar(tarn_message_value_set_entry* pValue_, scala
   }
 }
 
-// Reads one scalar of a field that arrived unpacked into pValue_; false when
-// a fixed-width value is cut off by the end of the level, which is malformed
-// as a length prefix running past it is. A cut-off varint reads as 0.
+// One varint scalar of a field that arrived unpacked, into pValue_. A varint
+// cut off by the end of the level reads as 0.
 template <value_decoder Decoder>
-TARN_ALWAYS_INLINE bool readScalar(tarn_message_value_set_entry* pValue_, wire_cursor& in_) {
+TARN_ALWAYS_INLINE void storeVarint(tarn_message_value_set_entry* pValue_, wire_cursor& in_) {
+  storeScalar(pValue_, decodeScalar(Decoder, in_.valueOrZero()));
+}
+
+// One fixed-width scalar, into pValue_; false when it is cut off by the end
+// of the level, which is malformed as a length prefix running past it is.
+template <value_decoder Decoder>
+TARN_ALWAYS_INLINE bool storeFixed(tarn_message_value_set_entry* pValue_, wire_cursor& in_) {
   uint64_t bits;
-  switch (fixedWidth(Decoder)) {
-    case 0:
-      bits = in_.valueOrZero();
-      break;
-    case 4: {
-      uint32_t bits32;
-      if (!in_.readFixed32(bits32)) return false;
-      bits = bits32;
-      break;
-    }
-    default:
-      if (!in_.readFixed64(bits)) return false;
-      break;
+  if (fixedWidth(Decoder) == 8) {
+    if (!in_.readFixed64(bits)) return false;
+  } else {
+    uint32_t bits32;
+    if (!in_.readFixed32(bits32)) return false;
+    bits = bits32;
   }
   storeScalar(pValue_, decodeScalar(Decoder, bits));
   return true;
@@ -90,35 +89,40 @@ tarn_protobuf_v2_parser::_insert(tarn_message_value_set_entry* pValue_) {
 TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
     tarn_message_value_set_entry* pValue_, const field_entry& field_, unsigned decoder_,
     const parse_context& context_, wire_cursor& in_, const char* pValueStart_) {
-  bool whole;
   switch (decoder_) {
     case decode_varint:
-      whole = readScalar<decode_varint>(pValue_, in_);
+      storeVarint<decode_varint>(pValue_, in_);
       break;
     case decode_varint_int32:
-      whole = readScalar<decode_varint_int32>(pValue_, in_);
+      storeVarint<decode_varint_int32>(pValue_, in_);
       break;
     case decode_zigzag:
-      whole = readScalar<decode_zigzag>(pValue_, in_);
+      storeVarint<decode_zigzag>(pValue_, in_);
       break;
     case decode_fixed64_double:
-      whole = readScalar<decode_fixed64_double>(pValue_, in_);
+      if (!storeFixed<decode_fixed64_double>(pValue_, in_))
+        return _refuseCut(context_, field_, pValueStart_, in_.position());
       break;
     case decode_fixed64_signed:
     case decode_fixed64_unsigned:
-      whole = readScalar<decode_fixed64_signed>(pValue_, in_);
+      if (!storeFixed<decode_fixed64_signed>(pValue_, in_))
+        return _refuseCut(context_, field_, pValueStart_, in_.position());
       break;
     case decode_fixed32_float:
-      whole = readScalar<decode_fixed32_float>(pValue_, in_);
+      if (!storeFixed<decode_fixed32_float>(pValue_, in_))
+        return _refuseCut(context_, field_, pValueStart_, in_.position());
       break;
     case decode_fixed32_signed:
-      whole = readScalar<decode_fixed32_signed>(pValue_, in_);
+      if (!storeFixed<decode_fixed32_signed>(pValue_, in_))
+        return _refuseCut(context_, field_, pValueStart_, in_.position());
       break;
     case decode_fixed32_unsigned:
-      whole = readScalar<decode_fixed32_unsigned>(pValue_, in_);
+      if (!storeFixed<decode_fixed32_unsigned>(pValue_, in_))
+        return _refuseCut(context_, field_, pValueStart_, in_.position());
       break;
     case decode_packed: {
-      const char* const pNext = _consumePacked(field_, pValue_, pValueStart_, context_, in_);
+      const char* const pNext =
+          _consumePacked(field_, pValue_, pValueStart_, context_, in_.position());
       if (pNext == nullptr) return TARN_FAILURE;
       in_.moveTo(pNext);
       return TARN_SUCCESS;
@@ -138,7 +142,6 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
       pValue_->string_rep = in_.position();
       pValue_->string_rep_length = static_cast<uint32_t>(length);
       in_.skip(static_cast<size_t>(length));
-      whole = true;
       break;
     }
     case decode_fail:
@@ -148,10 +151,6 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
       // check of its own.
       __builtin_unreachable();
   }
-  if (!whole) {
-    return _refuse(refusal_value_cut, context_, &field_, pValueStart_, in_.position(),
-                   fixedWidth(decoder_));
-  }
   pValue_->raw_bytes = pValueStart_;
   pValue_->raw_bytes_length = static_cast<uint32_t>(in_.position() - pValueStart_);
   _insert(pValue_);
@@ -159,8 +158,10 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
 }
 
 int tarn_protobuf_v2_parser::parse(const char* pSource_, size_t sourceLength_) {
+  _body.pStart = pSource_;
+  _body.pEnd = pSource_ + sourceLength_;
   parse_context context = {_pRootTable,
-                           wire_cursor(pSource_, sourceLength_),
+                           wire_cursor(_body),
                            tarn_message_xpath_hash_get_base(_valueSet),
                            tarn_message_value_invalid_index,
                            0,
@@ -314,22 +315,24 @@ const char* tarn_protobuf_v2_parser::_consumePacked(const field_entry& field_,
                                                     tarn_message_value_set_entry* pValue_,
                                                     const char* pValueStart_,
                                                     const parse_context& context_,
-                                                    wire_cursor in_) {
+                                                    const char* pSrc_) {
+  wire_cursor in = context_._in;
+  in.moveTo(pSrc_);
   const field_travel element = static_cast<field_travel>(field_.travel);
-  const uint64_t length = in_.varintOrZero();
-  if (length > in_.left()) {
-    _refuse(refusal_length, context_, &field_, pValueStart_, in_.position(), length);
+  const uint64_t length = in.varintOrZero();
+  if (length > in.left()) {
+    _refuse(refusal_length, context_, &field_, pValueStart_, in.position(), length);
     return nullptr;
   }
   // Every element must lie inside its block, and the whole block is checked
   // before the first element is stored, so a bad block leaves nothing of its
   // field behind and elements never read into the bytes after the block.
   if (!travelsPacked(element) ||
-      !packedBlockWhole(element, in_.position(), static_cast<size_t>(length))) {
-    _refuse(refusal_packed_block, context_, &field_, pValueStart_, in_.position(), length);
+      !packedBlockWhole(element, in.position(), static_cast<size_t>(length))) {
+    _refuse(refusal_packed_block, context_, &field_, pValueStart_, in.position(), length);
     return nullptr;
   }
-  wire_cursor block = in_.nested(static_cast<size_t>(length));
+  wire_cursor block = in.nested(static_cast<size_t>(length));
   pValue_->raw_bytes = pValueStart_;
   pValue_->raw_bytes_length = static_cast<uint32_t>(block.end() - pValueStart_);
 
@@ -444,4 +447,14 @@ int tarn_protobuf_v2_parser::_refuse(parse_refusal_reason reason_, const parse_c
     if (!at.readTag(r.tag) && reason_ == refusal_unknown_field) r.reason = refusal_tag_cut;
   }
   return TARN_FAILURE;
+}
+
+int tarn_protobuf_v2_parser::_refuseCut(const parse_context& context_, const field_entry& field_,
+                                        const char* pTag_, const char* pValue_) {
+  wire_cursor at = context_._in;
+  wire_tag tag;
+  at.moveTo(pTag_);
+  const unsigned decoder =
+      at.readTag(tag) ? static_cast<unsigned>(field_.decode[tag.wireType]) : 0u;
+  return _refuse(refusal_value_cut, context_, &field_, pTag_, pValue_, fixedWidth(decoder));
 }

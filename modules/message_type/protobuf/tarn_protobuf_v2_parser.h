@@ -159,6 +159,7 @@ class tarn_protobuf_v2_parser {
       : _pRootTable(pRootTable_),
         _valueSet(valueSet_),
         _findSet(findSet_),
+        _body(),
         _previousSibling(tarn_message_value_invalid_index),
         _pRefusal(nullptr),
         _hashes(pRootTable_->slotsUsed) {}
@@ -192,12 +193,14 @@ class tarn_protobuf_v2_parser {
   [[nodiscard]] int _consumeMessage(tarn_message_value_set_entry* pValue_,
                                     const field_entry& field_, const parse_context& context_,
                                     wire_cursor& in_, const char* pValueStart_, size_t length_);
-  // Takes the cursor after the tag and returns the position after the block,
-  // or null for a malformed block.
+  // Takes the position after the tag (in the level of context_) and returns
+  // the one after the block, or null for a malformed block. Positions, not
+  // the cursor, cross the call, so that the level walk's cursor stays in
+  // registers.
   [[nodiscard]] const char* _consumePacked(const field_entry& field_,
                                            tarn_message_value_set_entry* pValue_,
                                            const char* pValueStart_, const parse_context& context_,
-                                           wire_cursor in_);
+                                           const char* pSrc_);
   template <value_decoder Decoder>
   void _storeElements(tarn_message_value_set_entry* pValue_, wire_cursor& block_);
 
@@ -209,10 +212,14 @@ class tarn_protobuf_v2_parser {
   TARN_NOINLINE int _refuse(parse_refusal_reason reason_, const parse_context& context_,
                             const field_entry* pField_, const char* pTag_, const char* pValue_,
                             uint64_t length_ = 0);
+  // A fixed-width value of field_ cut off by the level's end, pValue_ just after its tag.
+  TARN_NOINLINE int _refuseCut(const parse_context& context_, const field_entry& field_,
+                               const char* pTag_, const char* pValue_);
 
   const type_table* _pRootTable;
   tarn_message_xpath_value_set _valueSet;
   tarn_message_xpath_find_set _findSet;
+  wire_body _body;            // the body being parsed, which every level's cursor reads
   uint32_t _previousSibling;  // newest entry stored at the level being walked
   parse_refusal* _pRefusal;   // where a failure is explained, or null
   path_hash_cache _hashes;

@@ -44,7 +44,8 @@ TARN_ALWAYS_INLINE unsigned unpackedDecoder(const field_entry& field_, uint32_t 
 
 void tarn_protobuf_v2_tracer::trace(const tarn_trace_buffer* pMessage_) {
   _os << "protobuf(";
-  _traceLevel(wire_cursor(pMessage_->data, pMessage_->length), *_root, 0);
+  const wire_body body = {pMessage_->data, pMessage_->data + pMessage_->length};
+  _traceLevel(wire_cursor(body), *_root, 0);
   _os << ')';
 }
 

@@ -261,12 +261,19 @@ TARN_NOINLINE inline varint_read readVarintOutOfLine(const char* pSrc_, const ch
   return read;
 }
 
+// The bytes of one whole body: every byte from pStart up to pEnd may be read.
+struct wire_body {
+  const char* pStart;
+  const char* pEnd;
+};
+
 // The reader every engine walks a body with, as a value type whose members
-// stay in registers: the read position, the end of the level being read, and
-// the first and past-the-last byte of the whole body. Every read stays inside
-// the level; the body's bounds only let a short read near the level's end be
+// stay in registers: the read position and the end of the level being read,
+// with the bounds of the whole body it lies in. Every read stays inside the
+// level; the body's bounds only let a short read near the level's end be
 // made with one eight-byte load of bytes that are known to be readable, with
-// the bytes outside the level shifted or masked off.
+// the bytes outside the level shifted or masked off. They are kept behind a
+// pointer, as the walks need them only on those rare reads.
 //
 // Two families of reads. The checked ones (readTag, readVarint, readFixed32,
 // readFixed64, readLength) report a value cut off by the level's end and then
@@ -276,11 +283,10 @@ TARN_NOINLINE inline varint_read readVarintOutOfLine(const char* pSrc_, const ch
 // field 0 (which no schema has) or a level that has ended.
 class wire_cursor {
  public:
-  // REQUIRES: the length_ bytes from pBody_ are readable (pBody_ may be null
-  // when length_ is 0).
+  // REQUIRES: body_ outlives the cursor and every cursor made from it.
   // Postcondition: the level is the whole body, read from its first byte.
-  wire_cursor(const char* pBody_, size_t length_)
-      : _p(pBody_), _pEnd(pBody_ + length_), _pFloor(pBody_), _pCeiling(pBody_ + length_) {}
+  explicit wire_cursor(const wire_body& body_)
+      : _p(body_.pStart), _pEnd(body_.pEnd), _pBody(&body_) {}
 
   // The length_ bytes at the position, as a level of the same body.
   // REQUIRES: length_ <= left().
@@ -292,7 +298,6 @@ class wire_cursor {
 
   const char* position() const { return _p; }
   const char* end() const { return _pEnd; }
-  const char* bodyStart() const { return _pFloor; }
   bool more() const { return _p < _pEnd; }
   size_t left() const { return static_cast<size_t>(_pEnd - _p); }
 
@@ -310,7 +315,7 @@ class wire_cursor {
       value_ = static_cast<unsigned char>(*_p++);
       return true;
     }
-    const varint_read read = readVarintOutOfLine(_p, _pEnd, _pFloor);
+    const varint_read read = readVarintOutOfLine(_p, _pEnd, _pBody->pStart);
     if (read.pNext == nullptr) return false;
     value_ = read.value;
     _p = read.pNext;
@@ -367,7 +372,7 @@ class wire_cursor {
       if (__builtin_expect(ends != 0, 1)) return _takeFromWord(word, ends);
     } else if (left > 0 && static_cast<unsigned char>(*_p) < 0x80) {
       return static_cast<unsigned char>(*_p++);
-    } else if (_pCeiling - _p >= 8) {
+    } else if (_pBody->pEnd - _p >= 8) {
       // A second copy of the decode above rather than one shared with it:
       // the compiler then keeps the common case free of the masking this
       // one needs.
@@ -398,7 +403,7 @@ class wire_cursor {
 
  private:
   TARN_ALWAYS_INLINE uint64_t _outOfLineOrZero() {
-    const varint_read read = readVarintOutOfLine(_p, _pEnd, _pFloor);
+    const varint_read read = readVarintOutOfLine(_p, _pEnd, _pBody->pStart);
     _p = read.pNext != nullptr ? read.pNext : _pEnd;
     return read.value;
   }
@@ -411,8 +416,7 @@ class wire_cursor {
 
   const char* _p;
   const char* _pEnd;
-  const char* _pFloor;
-  const char* _pCeiling;
+  const wire_body* _pBody;
 };
 
 // Bytes of the minimal varint of value_; 0 takes one byte.
