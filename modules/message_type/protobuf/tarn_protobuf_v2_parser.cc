@@ -100,30 +100,25 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
       storeVarint<decode_zigzag>(pValue_, in_);
       break;
     case decode_fixed64_double:
-      if (!storeFixed<decode_fixed64_double>(pValue_, in_))
-        return _refuseCut(context_, field_, pValueStart_, in_.position());
+      if (!storeFixed<decode_fixed64_double>(pValue_, in_)) return refusal_value_cut;
       break;
     case decode_fixed64_signed:
     case decode_fixed64_unsigned:
-      if (!storeFixed<decode_fixed64_signed>(pValue_, in_))
-        return _refuseCut(context_, field_, pValueStart_, in_.position());
+      if (!storeFixed<decode_fixed64_signed>(pValue_, in_)) return refusal_value_cut;
       break;
     case decode_fixed32_float:
-      if (!storeFixed<decode_fixed32_float>(pValue_, in_))
-        return _refuseCut(context_, field_, pValueStart_, in_.position());
+      if (!storeFixed<decode_fixed32_float>(pValue_, in_)) return refusal_value_cut;
       break;
     case decode_fixed32_signed:
-      if (!storeFixed<decode_fixed32_signed>(pValue_, in_))
-        return _refuseCut(context_, field_, pValueStart_, in_.position());
+      if (!storeFixed<decode_fixed32_signed>(pValue_, in_)) return refusal_value_cut;
       break;
     case decode_fixed32_unsigned:
-      if (!storeFixed<decode_fixed32_unsigned>(pValue_, in_))
-        return _refuseCut(context_, field_, pValueStart_, in_.position());
+      if (!storeFixed<decode_fixed32_unsigned>(pValue_, in_)) return refusal_value_cut;
       break;
     case decode_packed: {
       const char* const pNext =
           _consumePacked(field_, pValue_, pValueStart_, context_, in_.position());
-      if (pNext == nullptr) return TARN_FAILURE;
+      if (pNext == nullptr) return refusal_packed_block;
       in_.moveTo(pNext);
       return TARN_SUCCESS;
     }
@@ -132,7 +127,7 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
       const uint64_t length = in_.lengthOrZero();
       // Compared with what is left, so no length can wrap the position.
       if (length > in_.left()) {
-        return _refuse(refusal_length, context_, &field_, pValueStart_, in_.position(), length);
+        return refusal_length;
       }
       if (decoder_ == decode_message) {
         return _consumeMessage(pValue_, field_, context_, in_, pValueStart_,
@@ -145,7 +140,7 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeValue(
       break;
     }
     case decode_fail:
-      return _refuse(refusal_wire_type, context_, &field_, pValueStart_, in_.position());
+      return refusal_wire_type;
     default:
       // The tables hold only the decoders above: the jump needs no range
       // check of its own.
@@ -161,7 +156,8 @@ int tarn_protobuf_v2_parser::parse(const char* pSource_, size_t sourceLength_) {
   _body.pStart = pSource_;
   _body.pEnd = pSource_ + sourceLength_;
   parse_context context = {_pRootTable,
-                           wire_cursor(_body),
+                           _body.pStart,
+                           _body.pEnd,
                            tarn_message_xpath_hash_get_base(_valueSet),
                            tarn_message_value_invalid_index,
                            0,
@@ -205,7 +201,7 @@ int tarn_protobuf_v2_parser::_parseMessage(parse_context& context_) {
 template <typename Absent>
 int tarn_protobuf_v2_parser::_parseLevel(parse_context& context_) {
   // The cursor lives in registers for the whole level.
-  wire_cursor in = context_._in;
+  wire_cursor in(_body, context_._pSrc, context_._pEnd);
   const type_table& table = *context_._pTable;
   Absent absent;
   // The field of the previous occurrence and its path hash: a repeated field
@@ -214,7 +210,10 @@ int tarn_protobuf_v2_parser::_parseLevel(parse_context& context_) {
   uint32_t hash = 0;
   int thisIndex = -1;
 
-  while (in.more()) {
+  // The level's end, for the loop's own test: the cursor keeps its copy for
+  // the reads.
+  const char* const pEnd = in.end();
+  while (in.position() < pEnd) {
     const char* const pValueStart = in.position();
     // A one-byte tag of a field numbered below 16 names its field through
     // the tag table; any other tag is split and looked up.
@@ -232,7 +231,7 @@ int tarn_protobuf_v2_parser::_parseLevel(parse_context& context_) {
       } else {
         pThis = table.find(tag.number, thisIndex + 1);
         if (pThis == nullptr) {
-          return _refuse(refusal_unknown_field, context_, nullptr, pValueStart, in.position());
+          return _refuse(refusal_unknown_field, context_, nullptr, pValueStart);
         }
       }
       decoder = pThis->decode[tag.wireType];
@@ -247,8 +246,9 @@ int tarn_protobuf_v2_parser::_parseLevel(parse_context& context_) {
 
     tarn_message_value_set_entry entry;
     _initializeEntry(&entry, *pField, hash, context_);
-    if (_consumeValue(&entry, *pField, decoder, context_, in, pValueStart) != TARN_SUCCESS) {
-      return TARN_FAILURE;
+    const int refused = _consumeValue(&entry, *pField, decoder, context_, in, pValueStart);
+    if (__builtin_expect(refused != refusal_none, 0)) {
+      return _refuse(refused, context_, pField, pValueStart);
     }
   }
   return absent.finish(*this, context_);
@@ -260,7 +260,7 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeMessage(
   // Refused before the entry is stored: a level too deep leaves nothing of
   // its field behind, like every other rejected value.
   if (!mayNest(context_._depth)) {
-    return _refuse(refusal_too_deep, context_, &field_, pValueStart_, in_.position(), length_);
+    return refusal_too_deep;
   }
 
   pValue_->raw_bytes = pValueStart_;
@@ -270,11 +270,8 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeMessage(
       (context_._repeats || field_.is(field_repeated)) && !field_.nested->recursive;
   const uint32_t baseHash = tarn_message_xpath_hash_add_separator(pValue_->hash);
   const uint32_t index = _insert(pValue_);
-  parse_context child = {field_.nested,
-                         in_.nested(length_),
-                         baseHash,
-                         index,
-                         static_cast<uint8_t>(context_._depth + 1),
+  parse_context child = {field_.nested, in_.position(), in_.position() + length_,
+                         baseHash,      index,          static_cast<uint8_t>(context_._depth + 1),
                          repeats};
 
   // The level below links its own entries; this level's newest comes back
@@ -287,7 +284,7 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeMessage(
     if (_pRefusal != nullptr) {
       _pRefusal->levels[context_._depth] = {&field_, pValueStart_, child._rootIndex};
     }
-    return TARN_FAILURE;
+    return refusal_nested;
   }
 
   in_.skip(length_);
@@ -316,20 +313,15 @@ const char* tarn_protobuf_v2_parser::_consumePacked(const field_entry& field_,
                                                     const char* pValueStart_,
                                                     const parse_context& context_,
                                                     const char* pSrc_) {
-  wire_cursor in = context_._in;
-  in.moveTo(pSrc_);
+  wire_cursor in(_body, pSrc_, context_._pEnd);
   const field_travel element = static_cast<field_travel>(field_.travel);
   const uint64_t length = in.varintOrZero();
-  if (length > in.left()) {
-    _refuse(refusal_length, context_, &field_, pValueStart_, in.position(), length);
-    return nullptr;
-  }
+  if (length > in.left()) return nullptr;
   // Every element must lie inside its block, and the whole block is checked
   // before the first element is stored, so a bad block leaves nothing of its
   // field behind and elements never read into the bytes after the block.
   if (!travelsPacked(element) ||
       !packedBlockWhole(element, in.position(), static_cast<size_t>(length))) {
-    _refuse(refusal_packed_block, context_, &field_, pValueStart_, in.position(), length);
     return nullptr;
   }
   wire_cursor block = in.nested(static_cast<size_t>(length));
@@ -419,42 +411,48 @@ int tarn_protobuf_v2_parser::_insertDefault(parse_context& context_, const field
       entry.string_rep_length = omitted_.defaultStringLength;
       break;
     default:
-      return _refuse(refusal_default, context_, &omitted_, nullptr, nullptr);
+      return _refuse(refusal_default, context_, &omitted_, nullptr);
   }
   _insert(&entry);
   return TARN_SUCCESS;
 }
 
-int tarn_protobuf_v2_parser::_refuse(parse_refusal_reason reason_, const parse_context& context_,
-                                     const field_entry* pField_, const char* pTag_,
-                                     const char* pValue_, uint64_t length_) {
-  if (_pRefusal == nullptr) return TARN_FAILURE;
+int tarn_protobuf_v2_parser::_refuse(int reason_, const parse_context& context_,
+                                     const field_entry* pField_, const char* pTag_) {
+  // A level below has recorded its refusal already.
+  if (_pRefusal == nullptr || reason_ == refusal_nested) return TARN_FAILURE;
   parse_refusal& r = *_pRefusal;
-  r.reason = reason_;
+  r.reason = static_cast<parse_refusal_reason>(reason_);
   r.table = context_._pTable;
   r.field = pField_;
   r.tag = wire_tag{0, 0};
-  r.pTag = pTag_;
-  r.pValue = pValue_;
-  r.pLevelEnd = context_._in.end();
-  r.length = length_;
+  r.pTag = r.pValue = pTag_;
+  r.pLevelEnd = context_._pEnd;
+  r.length = 0;
   r.depth = context_._depth;
-  if (pTag_ != nullptr) {
-    // The tag again, read checked: the walk reads a cut-off tag as field 0,
-    // and only here does it matter whether the bytes said 0.
-    wire_cursor at = context_._in;
-    at.moveTo(pTag_);
-    if (!at.readTag(r.tag) && reason_ == refusal_unknown_field) r.reason = refusal_tag_cut;
+  if (pTag_ == nullptr) return TARN_FAILURE;
+  // The walk keeps no more than the reason on its way out: the details are
+  // read again here, as the walk read them. It reads a cut-off tag as field
+  // 0, and only here does it matter whether the bytes said 0.
+  wire_cursor at(_body, pTag_, context_._pEnd);
+  if (!at.readTag(r.tag)) {
+    r.reason = refusal_tag_cut;
+    return TARN_FAILURE;
+  }
+  r.pValue = at.position();
+  switch (r.reason) {
+    case refusal_value_cut:
+      r.length = fixedWidth(pField_->decode[r.tag.wireType]);
+      break;
+    case refusal_length:
+    case refusal_packed_block:
+    case refusal_too_deep:
+      r.length = at.varintOrZero();
+      r.pValue = at.position();
+      if (r.length > at.left()) r.reason = refusal_length;
+      break;
+    default:
+      break;
   }
   return TARN_FAILURE;
-}
-
-int tarn_protobuf_v2_parser::_refuseCut(const parse_context& context_, const field_entry& field_,
-                                        const char* pTag_, const char* pValue_) {
-  wire_cursor at = context_._in;
-  wire_tag tag;
-  at.moveTo(pTag_);
-  const unsigned decoder =
-      at.readTag(tag) ? static_cast<unsigned>(field_.decode[tag.wireType]) : 0u;
-  return _refuse(refusal_value_cut, context_, &field_, pTag_, pValue_, fixedWidth(decoder));
 }

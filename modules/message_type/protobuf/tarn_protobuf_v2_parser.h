@@ -37,6 +37,7 @@ enum parse_refusal_reason : uint8_t {
   refusal_packed_block,   // a packed block of `length` bytes does not hold whole elements
   refusal_too_deep,       // a message field nested past max_nesting_depth
   refusal_default,        // a declared default of no kind an entry can hold
+  refusal_nested,         // (within the walk only) a level below refused, and recorded why
 };
 
 // Where and why a parse stopped: filled by the parser's failure path for a
@@ -69,7 +70,8 @@ class tarn_protobuf_v2_parser {
   // One message level: the body itself or the payload of one nested message.
   struct parse_context {
     const type_table* _pTable;
-    wire_cursor _in;      // the level's bytes, from its first
+    const char* _pSrc;    // the level's first byte
+    const char* _pEnd;    // and the byte after its last
     uint32_t _baseHash;   // the hash this level's field names continue
     uint32_t _rootIndex;  // entry of the enclosing message field, invalid at the top
     uint8_t _depth;       // nested levels entered to reach this one, the body's 0
@@ -186,10 +188,12 @@ class tarn_protobuf_v2_parser {
   uint32_t _insert(tarn_message_value_set_entry* pValue_);
 
   // Reads the value at in_ (just after the tag) and leaves in_ after it; the
-  // level's read position stays a register of the level walk.
+  // level's read position stays a register of the level walk. Returns
+  // refusal_none, or why the value is refused.
   [[nodiscard]] int _consumeValue(tarn_message_value_set_entry* pValue_, const field_entry& field_,
                                   unsigned decoder_, const parse_context& context_,
                                   wire_cursor& in_, const char* pValueStart_);
+  // refusal_none, refusal_too_deep, or refusal_nested when the level below failed.
   [[nodiscard]] int _consumeMessage(tarn_message_value_set_entry* pValue_,
                                     const field_entry& field_, const parse_context& context_,
                                     wire_cursor& in_, const char* pValueStart_, size_t length_);
@@ -208,13 +212,11 @@ class tarn_protobuf_v2_parser {
                                     int lastFieldSeenIndex_);
   [[nodiscard]] int _insertDefault(parse_context& context_, const field_entry& omitted_);
 
-  // The failure path: records the refusal when a caller asked, and fails.
-  TARN_NOINLINE int _refuse(parse_refusal_reason reason_, const parse_context& context_,
-                            const field_entry* pField_, const char* pTag_, const char* pValue_,
-                            uint64_t length_ = 0);
-  // A fixed-width value of field_ cut off by the level's end, pValue_ just after its tag.
-  TARN_NOINLINE int _refuseCut(const parse_context& context_, const field_entry& field_,
-                               const char* pTag_, const char* pValue_);
+  // The failure path: records why the walk stopped at the field whose tag
+  // starts at pTag_ when a caller asked, and fails. The walk hands over no
+  // more than the reason, so that its own paths carry nothing for it.
+  TARN_NOINLINE int _refuse(int reason_, const parse_context& context_, const field_entry* pField_,
+                            const char* pTag_);
 
   const type_table* _pRootTable;
   tarn_message_xpath_value_set _valueSet;

@@ -23,44 +23,29 @@ TARN_ALWAYS_INLINE bool readBits(unsigned decoder_, wire_cursor& in_, uint64_t& 
   }
 }
 
-// Outside a packed list the wire type decides how a value is read and shown,
-// whatever the field's declared type: a varint as its 64 bits unsigned, a
-// fixed-width value as a float or a double where the field is one, signed
-// otherwise.
-TARN_ALWAYS_INLINE unsigned unpackedDecoder(const field_entry& field_, uint32_t wireType_) {
-  switch (wireType_) {
-    case VARINT:
-      return decode_varint;
-    case FIXED64:
-      return field_.decode[FIXED64] == decode_fixed64_double ? decode_fixed64_double
-                                                             : decode_fixed64_signed;
-    default:
-      return field_.decode[FIXED32] == decode_fixed32_float ? decode_fixed32_float
-                                                            : decode_fixed32_signed;
-  }
-}
-
 }  // namespace
 
 void tarn_protobuf_v2_tracer::trace(const tarn_trace_buffer* pMessage_) {
   _os << "protobuf(";
-  const wire_body body = {pMessage_->data, pMessage_->data + pMessage_->length};
-  _traceLevel(wire_cursor(body), *_root, 0);
+  _body.pStart = pMessage_->data;
+  _body.pEnd = pMessage_->data + pMessage_->length;
+  _traceLevel(_body.pStart, _body.pEnd, *_root, 0);
   _os << ')';
 }
 
-void tarn_protobuf_v2_tracer::_traceLevel(wire_cursor in_, const type_table& table_,
-                                          unsigned depth_) {
+void tarn_protobuf_v2_tracer::_traceLevel(const char* pStart_, const char* pEnd_,
+                                          const type_table& table_, unsigned depth_) {
+  wire_cursor in(_body, pStart_, pEnd_);
   _os << '{';
   bool first = true;
   int hint = 0;
   wire_tag tag;
-  while (in_.more() && in_.readTag(tag)) {
+  while (in.more() && in.readTag(tag)) {
     const field_entry* pField = table_.find(tag.number, hint);
     // An unknown field's extent cannot be trusted, so the rest of the level is skipped.
     if (pField == nullptr) break;
     hint = pField->index + 1;
-    if (!_traceField(*pField, tag.wireType, in_, first, depth_)) break;
+    if (!_traceField(*pField, tag.wireType, in, first, depth_)) break;
     first = false;
   }
   _os << '}';
@@ -101,14 +86,37 @@ TARN_ALWAYS_INLINE bool tarn_protobuf_v2_tracer::_traceField(const field_entry& 
                                                              uint32_t wireType_, wire_cursor& in_,
                                                              bool first_, unsigned depth_) {
   switch (wireType_) {
-    case VARINT:
-    case FIXED64:
-    case FIXED32: {
-      const unsigned decoder = unpackedDecoder(field_, wireType_);
+    // Outside a packed list the wire type decides how a value is read and
+    // shown, whatever the field's declared type: a varint as its 64 bits
+    // unsigned, a fixed-width value as a float or a double where the field
+    // is one, signed otherwise.
+    case VARINT: {
       uint64_t bits;
-      if (!readBits(decoder, in_, bits)) return false;
+      if (!in_.readVarint(bits)) return false;
       _key(field_, first_);
-      _scalar(decoder, bits);
+      _scalar(decode_varint, bits);
+      return true;
+    }
+    case FIXED64: {
+      uint64_t bits;
+      if (!in_.readFixed64(bits)) return false;
+      _key(field_, first_);
+      if (field_.decode[FIXED64] == decode_fixed64_double) {
+        _scalar(decode_fixed64_double, bits);
+      } else {
+        _scalar(decode_fixed64_signed, bits);
+      }
+      return true;
+    }
+    case FIXED32: {
+      uint32_t bits;
+      if (!in_.readFixed32(bits)) return false;
+      _key(field_, first_);
+      if (field_.decode[FIXED32] == decode_fixed32_float) {
+        _scalar(decode_fixed32_float, bits);
+      } else {
+        _scalar(decode_fixed32_signed, bits);
+      }
       return true;
     }
     case LENGTH_DELIMITED: {
@@ -119,11 +127,11 @@ TARN_ALWAYS_INLINE bool tarn_protobuf_v2_tracer::_traceField(const field_entry& 
       const wire_cursor payload = in_.nested(length);
       if (field_.is(field_packed)) {
         _key(field_, first_);
-        _tracePacked(field_, payload);
+        _tracePacked(field_, payload.position(), payload.end());
       } else if (field_.is(field_message)) {
         if (!mayNest(depth_)) return false;
         _key(field_, first_);
-        _traceLevel(payload, *field_.nested, depth_ + 1);
+        _traceLevel(payload.position(), payload.end(), *field_.nested, depth_ + 1);
       } else {
         _key(field_, first_);
         const char* const pText = payload.position();
@@ -140,22 +148,55 @@ TARN_ALWAYS_INLINE bool tarn_protobuf_v2_tracer::_traceField(const field_entry& 
   }
 }
 
-void tarn_protobuf_v2_tracer::_tracePacked(const field_entry& field_, wire_cursor block_) {
+// The elements of one packed block, in one loop per decoder so that the
+// decoder is decided once per block. An element cut off by the end of the
+// block closes the list; the level goes on after the block.
+template <value_decoder Decoder>
+void tarn_protobuf_v2_tracer::_traceElements(wire_cursor& block_) {
+  uint64_t bits;
+  for (bool first = true; block_.more() && readBits(Decoder, block_, bits); first = false) {
+    _separator(first);
+    _scalar(Decoder, bits);
+  }
+}
+
+void tarn_protobuf_v2_tracer::_tracePacked(const field_entry& field_, const char* pStart_,
+                                           const char* pEnd_) {
+  wire_cursor block(_body, pStart_, pEnd_);
   // Strings, bytes and messages cannot be declared packed: their list stays
   // empty.
   const field_travel travel = static_cast<field_travel>(field_.travel);
   _os << '[';
-  if (travelsPacked(travel)) {
+  switch (travelsPacked(travel) ? field_.decode[packedElementWireType(travel)]
+                                : static_cast<uint8_t>(decode_fail)) {
     // A packed varint shows its 64 bits as sent, zigzag decoded for sint.
-    unsigned decoder = field_.decode[packedElementWireType(travel)];
-    if (decoder == decode_varint_int32) decoder = decode_varint;
-    // An element cut off by the end of the block closes the list; the level
-    // goes on after the block.
-    uint64_t bits;
-    for (bool first = true; block_.more() && readBits(decoder, block_, bits); first = false) {
-      _separator(first);
-      _scalar(decoder, bits);
-    }
+    case decode_varint:
+    case decode_varint_int32:
+      _traceElements<decode_varint>(block);
+      break;
+    case decode_zigzag:
+      _traceElements<decode_zigzag>(block);
+      break;
+    case decode_fixed32_float:
+      _traceElements<decode_fixed32_float>(block);
+      break;
+    case decode_fixed32_signed:
+      _traceElements<decode_fixed32_signed>(block);
+      break;
+    case decode_fixed32_unsigned:
+      _traceElements<decode_fixed32_unsigned>(block);
+      break;
+    case decode_fixed64_double:
+      _traceElements<decode_fixed64_double>(block);
+      break;
+    case decode_fixed64_signed:
+      _traceElements<decode_fixed64_signed>(block);
+      break;
+    case decode_fixed64_unsigned:
+      _traceElements<decode_fixed64_unsigned>(block);
+      break;
+    default:
+      break;
   }
   _os << ']';
 }

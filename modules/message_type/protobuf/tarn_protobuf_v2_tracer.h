@@ -19,23 +19,28 @@
 #include "field_table.h"
 #include "tarn_common.h"
 #include "trace_output_stream.h"
+#include "value_decoder.h"
 #include "wire_format.h"
 
 class tarn_protobuf_v2_tracer {
  public:
   tarn_protobuf_v2_tracer(const type_table* root_, tarn_trace_output_buffer* pOutput_)
-      : _os(pOutput_), _root(root_) {}
+      : _os(pOutput_), _root(root_), _body() {}
 
   // Writes the whole trace of pMessage_. Throws
   // trace_output_stream::trace_output_exception when the buffer is full.
   void trace(const tarn_trace_buffer* pMessage_);
 
  private:
-  // One message level, braces included; depth_ is its nesting level, the
-  // body's being 0. in_ ends with the level.
-  void _traceLevel(wire_cursor in_, const type_table& table_, unsigned depth_);
-  // One packed block, brackets included. block_ ends with the block.
-  void _tracePacked(const field_entry& field_, wire_cursor block_);
+  // One message level [pStart_, pEnd_) of the body, braces included; depth_
+  // is its nesting level, the body's being 0. Positions rather than a
+  // cursor cross the calls, so that each level's cursor stays in registers.
+  void _traceLevel(const char* pStart_, const char* pEnd_, const type_table& table_,
+                   unsigned depth_);
+  // One packed block [pStart_, pEnd_), brackets included.
+  void _tracePacked(const field_entry& field_, const char* pStart_, const char* pEnd_);
+  template <value_decoder Decoder>
+  void _traceElements(wire_cursor& block_);
   // Renders one field whose tag has been read; false ends the level.
   bool _traceField(const field_entry& field_, uint32_t wireType_, wire_cursor& in_, bool first_,
                    unsigned depth_);
@@ -49,6 +54,7 @@ class tarn_protobuf_v2_tracer {
 
   trace_output_stream _os;
   const type_table* _root;
+  wire_body _body;  // the body being traced, which every level's cursor reads
 };
 
 #endif

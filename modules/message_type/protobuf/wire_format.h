@@ -288,6 +288,11 @@ class wire_cursor {
   explicit wire_cursor(const wire_body& body_)
       : _p(body_.pStart), _pEnd(body_.pEnd), _pBody(&body_) {}
 
+  // The level [pStart_, pEnd_) of body_, read from its first byte.
+  // REQUIRES: body_ outlives the cursor; the level lies inside body_.
+  wire_cursor(const wire_body& body_, const char* pStart_, const char* pEnd_)
+      : _p(pStart_), _pEnd(pEnd_), _pBody(&body_) {}
+
   // The length_ bytes at the position, as a level of the same body.
   // REQUIRES: length_ <= left().
   wire_cursor nested(size_t length_) const {
