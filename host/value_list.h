@@ -31,7 +31,7 @@ class ValueList {
   tarn_message_value_list* list() { return &_list; }
   const std::vector<tarn_message_value>& values() const { return _values; }
   // How many values are documents: each takes a four-byte length slot where
-  // its prefix may have been shorter, room the size answer does not count.
+  // its prefix may have been shorter, room the size answer counts as well.
   size_t documents() const { return _documents; }
 
  private:

@@ -7,6 +7,7 @@
 #include "host/merge_bound.h"
 #include "host/value_list.h"
 #include "input.h"
+#include "modules/message_type/protobuf/tarn_protobuf_v2_serializer.h"
 #include "text_util.h"
 
 namespace tarnpb {
@@ -120,7 +121,7 @@ int runSerialize(const Args& args_) {
   list->build(*parsed.set);
 
   tarn_output_message_data out = {};
-  out.body_type = 5;
+  out.body_type = tarn_protobuf_v2_serializer::serializable_body_type;
   out.value_list = list->list();
   const int sizeAnswer = bench->module->api().compute_serialize_size(&out);
   // The size answer counts each value's bytes; a submessage's four-byte length
