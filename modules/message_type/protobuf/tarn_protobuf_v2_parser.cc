@@ -328,34 +328,8 @@ const char* tarn_protobuf_v2_parser::_consumePacked(const field_entry& field_,
   pValue_->raw_bytes = pValueStart_;
   pValue_->raw_bytes_length = static_cast<uint32_t>(block.end() - pValueStart_);
 
-  switch (field_.decode[packedElementWireType(element)]) {
-    case decode_varint_int32:
-      _storeElements<decode_varint_int32>(pValue_, block);
-      break;
-    case decode_zigzag:
-      _storeElements<decode_zigzag>(pValue_, block);
-      break;
-    case decode_fixed32_float:
-      _storeElements<decode_fixed32_float>(pValue_, block);
-      break;
-    case decode_fixed32_signed:
-      _storeElements<decode_fixed32_signed>(pValue_, block);
-      break;
-    case decode_fixed32_unsigned:
-      _storeElements<decode_fixed32_unsigned>(pValue_, block);
-      break;
-    case decode_fixed64_double:
-      _storeElements<decode_fixed64_double>(pValue_, block);
-      break;
-    case decode_fixed64_signed:
-    case decode_fixed64_unsigned:
-      _storeElements<decode_fixed64_signed>(pValue_, block);
-      break;
-    default:
-      // int64, uint64, uint32, bool and enum: all 64 bits as sent.
-      _storeElements<decode_varint>(pValue_, block);
-      break;
-  }
+  withScalarDecoder(field_.decode[packedElementWireType(element)],
+                    [&](auto decoder_) { _storeElements<decoder_>(pValue_, block); });
   return block.end();
 }
 

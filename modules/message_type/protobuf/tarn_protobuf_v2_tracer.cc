@@ -80,6 +80,23 @@ TARN_ALWAYS_INLINE void tarn_protobuf_v2_tracer::_scalar(unsigned decoder_, uint
   }
 }
 
+// A fixed-width value outside a packed list: Real where the field is a
+// float or a double, else Integer.
+template <value_decoder Real, value_decoder Integer>
+TARN_ALWAYS_INLINE bool tarn_protobuf_v2_tracer::_traceFixed(const field_entry& field_,
+                                                             uint32_t wireType_, wire_cursor& in_,
+                                                             bool first_) {
+  uint64_t bits;
+  if (!readBits(Real, in_, bits)) return false;
+  _key(field_, first_);
+  if (field_.decode[wireType_] == Real) {
+    _scalar(Real, bits);
+  } else {
+    _scalar(Integer, bits);
+  }
+  return true;
+}
+
 // Each value is read before its key is written, so that a value cut off by the
 // end of the level leaves no dangling key behind.
 TARN_ALWAYS_INLINE bool tarn_protobuf_v2_tracer::_traceField(const field_entry& field_,
@@ -97,28 +114,11 @@ TARN_ALWAYS_INLINE bool tarn_protobuf_v2_tracer::_traceField(const field_entry& 
       _scalar(decode_varint, bits);
       return true;
     }
-    case FIXED64: {
-      uint64_t bits;
-      if (!in_.readFixed64(bits)) return false;
-      _key(field_, first_);
-      if (field_.decode[FIXED64] == decode_fixed64_double) {
-        _scalar(decode_fixed64_double, bits);
-      } else {
-        _scalar(decode_fixed64_signed, bits);
-      }
-      return true;
-    }
-    case FIXED32: {
-      uint32_t bits;
-      if (!in_.readFixed32(bits)) return false;
-      _key(field_, first_);
-      if (field_.decode[FIXED32] == decode_fixed32_float) {
-        _scalar(decode_fixed32_float, bits);
-      } else {
-        _scalar(decode_fixed32_signed, bits);
-      }
-      return true;
-    }
+    case FIXED64:
+      return _traceFixed<decode_fixed64_double, decode_fixed64_signed>(field_, FIXED64, in_,
+                                                                       first_);
+    case FIXED32:
+      return _traceFixed<decode_fixed32_float, decode_fixed32_signed>(field_, FIXED32, in_, first_);
     case LENGTH_DELIMITED: {
       uint64_t declared;
       if (!in_.readVarint(declared)) return false;
@@ -167,36 +167,11 @@ void tarn_protobuf_v2_tracer::_tracePacked(const field_entry& field_, const char
   // empty.
   const field_travel travel = static_cast<field_travel>(field_.travel);
   _os << '[';
-  switch (travelsPacked(travel) ? field_.decode[packedElementWireType(travel)]
-                                : static_cast<uint8_t>(decode_fail)) {
+  if (travelsPacked(travel)) {
     // A packed varint shows its 64 bits as sent, zigzag decoded for sint.
-    case decode_varint:
-    case decode_varint_int32:
-      _traceElements<decode_varint>(block);
-      break;
-    case decode_zigzag:
-      _traceElements<decode_zigzag>(block);
-      break;
-    case decode_fixed32_float:
-      _traceElements<decode_fixed32_float>(block);
-      break;
-    case decode_fixed32_signed:
-      _traceElements<decode_fixed32_signed>(block);
-      break;
-    case decode_fixed32_unsigned:
-      _traceElements<decode_fixed32_unsigned>(block);
-      break;
-    case decode_fixed64_double:
-      _traceElements<decode_fixed64_double>(block);
-      break;
-    case decode_fixed64_signed:
-      _traceElements<decode_fixed64_signed>(block);
-      break;
-    case decode_fixed64_unsigned:
-      _traceElements<decode_fixed64_unsigned>(block);
-      break;
-    default:
-      break;
+    unsigned decoder = field_.decode[packedElementWireType(travel)];
+    if (decoder == decode_varint_int32) decoder = decode_varint;
+    withScalarDecoder(decoder, [&](auto decoder_) { _traceElements<decoder_>(block); });
   }
   _os << ']';
 }

@@ -41,6 +41,8 @@ class tarn_protobuf_v2_tracer {
   void _tracePacked(const field_entry& field_, const char* pStart_, const char* pEnd_);
   template <value_decoder Decoder>
   void _traceElements(wire_cursor& block_);
+  template <value_decoder Real, value_decoder Integer>
+  bool _traceFixed(const field_entry& field_, uint32_t wireType_, wire_cursor& in_, bool first_);
   // Renders one field whose tag has been read; false ends the level.
   bool _traceField(const field_entry& field_, uint32_t wireType_, wire_cursor& in_, bool first_,
                    unsigned depth_);

@@ -8,6 +8,7 @@
 #define TARN_PROTOBUF_VALUE_DECODER_H
 
 #include <cstdint>
+#include <type_traits>
 
 #include "wire_format.h"
 
@@ -66,6 +67,22 @@ TARN_ALWAYS_INLINE scalar_value decodeScalar(unsigned decoder_, uint64_t bits_) 
       break;
   }
   return v;
+}
+
+// Calls use_(std::integral_constant<value_decoder, D>()) with D the scalar
+// decoder_, so that a loop over many values is compiled once per decoder and
+// decides it once. Anything but a scalar decoder calls nothing.
+template <value_decoder... Scalars, typename Use>
+TARN_ALWAYS_INLINE void withDecoderAmong(unsigned decoder_, Use&& use_) {
+  (void)((decoder_ == Scalars && (use_(std::integral_constant<value_decoder, Scalars>()), true)) ||
+         ...);
+}
+
+template <typename Use>
+TARN_ALWAYS_INLINE void withScalarDecoder(unsigned decoder_, Use&& use_) {
+  withDecoderAmong<decode_varint, decode_varint_int32, decode_zigzag, decode_fixed64_double,
+                   decode_fixed64_signed, decode_fixed64_unsigned, decode_fixed32_float,
+                   decode_fixed32_signed, decode_fixed32_unsigned>(decoder_, use_);
 }
 
 // Whether the integer of decoder_ reads as an unsigned number.
