@@ -1,6 +1,7 @@
 #include "diagnose.h"
 
 #include <memory>
+#include <vector>
 
 #include "host/value_set.h"
 #include "modules/message_type/protobuf/tarn_protobuf_v2_parser.h"
@@ -133,12 +134,24 @@ Refusal diagnose(const gp::Descriptor* root_, const std::string& body_) {
   if (parser.parse(body_.data(), body_.size()) == TARN_SUCCESS) return out;
   const parse_refusal& r = *pRefusal;
 
+  // The enclosing message fields are the stored entries from the refused
+  // level's parent up; each names its field by the table's own name.
+  std::vector<uint32_t> chain;
+  for (uint32_t i = r.parentEntry; i < set.size() && chain.size() <= max_nesting_depth;
+       i = set[i].parent)
+    chain.insert(chain.begin(), i);
   std::string where;
   uint32_t parent = tarn_message_value_invalid_index;
-  for (unsigned i = 0; i < r.depth; ++i) {
-    const parse_refusal::enclosing& level = r.levels[i];
-    where += (i == 0 ? "" : ".") + step(set, parent, *level.field, level.pTag);
-    parent = level.entry;
+  const type_table* pTable = tables.root();
+  for (const uint32_t index : chain) {
+    const tarn_message_value_set_entry& e = set[index];
+    const field_entry* pField = nullptr;
+    for (const field_entry& f : pTable->fields)
+      if (f.name == e.tag_bytes) pField = &f;
+    if (pField == nullptr || pField->nested == nullptr) break;
+    where += (where.empty() ? "" : ".") + step(set, parent, *pField, e.raw_bytes);
+    parent = index;
+    pTable = pField->nested;
   }
   const std::string leaf =
       r.field != nullptr ? step(set, parent, *r.field, r.pTag) : "#" + std::to_string(r.tag.number);

@@ -280,12 +280,7 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeMessage(
   _previousSibling = tarn_message_value_invalid_index;
   const int result = _parseMessage(child);
   _previousSibling = previousSibling;
-  if (result != TARN_SUCCESS) {
-    if (_pRefusal != nullptr) {
-      _pRefusal->levels[context_._depth] = {&field_, pValueStart_, child._rootIndex};
-    }
-    return refusal_nested;
-  }
+  if (result != TARN_SUCCESS) return refusal_nested;
 
   in_.skip(length_);
   return TARN_SUCCESS;
@@ -404,6 +399,7 @@ int tarn_protobuf_v2_parser::_refuse(int reason_, const parse_context& context_,
   r.pLevelEnd = context_._pEnd;
   r.length = 0;
   r.depth = context_._depth;
+  r.parentEntry = context_._rootIndex;
   if (pTag_ == nullptr) return TARN_FAILURE;
   // The walk keeps no more than the reason on its way out: the details are
   // read again here, as the walk read them. It reads a cut-off tag as field

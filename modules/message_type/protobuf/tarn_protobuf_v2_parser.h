@@ -37,32 +37,25 @@ enum parse_refusal_reason : uint8_t {
   refusal_packed_block,   // a packed block of `length` bytes does not hold whole elements
   refusal_too_deep,       // a message field nested past max_nesting_depth
   refusal_default,        // a declared default of no kind an entry can hold
-  refusal_nested,         // (within the walk only) a level below refused, and recorded why
+  refusal_nested,         // (within the walk only) a level below refused and recorded why
 };
 
 // Where and why a parse stopped: filled by the parser's failure path for a
 // caller that asks (set on the parser before parse), and left alone
 // otherwise. Pointers point into the body and the field tables the parse
-// was given.
+// was given. The message fields that enclose the refused level are the
+// entries the parse stored: parentEntry and its parents.
 struct parse_refusal {
-  // One message field on the way down to the refused level.
-  struct enclosing {
-    const field_entry* field;
-    const char* pTag;  // its first tag byte
-    uint32_t entry;    // the index the host gave its entry
-  };
-
   parse_refusal_reason reason;
-  const type_table* table;  // the type of the level that stopped
-  const field_entry*
-      field;              // the refused field; null for refusal_unknown_field and refusal_tag_cut
-  wire_tag tag;           // the refused field's tag as read (number 0 when cut off)
-  const char* pTag;       // the refused field's first tag byte
-  const char* pValue;     // where its value starts: after a length prefix, after the tag otherwise
-  const char* pLevelEnd;  // the end of the level that stopped
-  uint64_t length;        // see the reasons
-  unsigned depth;         // enclosing levels in use: the refused level's depth
-  enclosing levels[max_nesting_depth];  // outermost first
+  const type_table* table;   // the type of the level that stopped
+  const field_entry* field;  // the refused field; null when the number names none
+  wire_tag tag;              // the refused field's tag as read (number 0 when cut off)
+  const char* pTag;          // the refused field's first tag byte
+  const char* pValue;        // where its value starts: after a length prefix, else after the tag
+  const char* pLevelEnd;     // the end of the level that stopped
+  uint64_t length;           // see the reasons
+  unsigned depth;            // the refused level's depth, the body's 0
+  uint32_t parentEntry;      // the entry of the enclosing message field; invalid at the top
 };
 
 class tarn_protobuf_v2_parser {
