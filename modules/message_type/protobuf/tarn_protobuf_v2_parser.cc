@@ -266,13 +266,14 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeMessage(
   pValue_->raw_bytes = pValueStart_;
   pValue_->raw_bytes_length = static_cast<uint32_t>(in_.position() + length_ - pValueStart_);
 
-  const bool repeats =
-      (context_._repeats || field_.is(field_repeated)) && !field_.nested->recursive;
-  const uint32_t baseHash = tarn_message_xpath_hash_add_separator(pValue_->hash);
-  const uint32_t index = _insert(pValue_);
-  parse_context child = {field_.nested, in_.position(), in_.position() + length_,
-                         baseHash,      index,          static_cast<uint8_t>(context_._depth + 1),
-                         repeats};
+  parse_context child;
+  child._pTable = field_.nested;
+  child._pSrc = in_.position();
+  child._pEnd = in_.position() + length_;
+  child._depth = static_cast<uint8_t>(context_._depth + 1);
+  child._baseHash = tarn_message_xpath_hash_add_separator(pValue_->hash);
+  child._rootIndex = _insert(pValue_);
+  child._repeats = (context_._repeats || field_.is(field_repeated)) && !child._pTable->recursive;
 
   // The level below links its own entries; this level's newest comes back
   // after it.
