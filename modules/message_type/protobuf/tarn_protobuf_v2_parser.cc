@@ -210,10 +210,7 @@ int tarn_protobuf_v2_parser::_parseLevel(parse_context& context_) {
   uint32_t hash = 0;
   int thisIndex = -1;
 
-  // The level's end, for the loop's own test: the cursor keeps its copy for
-  // the reads.
-  const char* const pEnd = in.end();
-  while (in.position() < pEnd) {
+  while (in.more()) {
     const char* const pValueStart = in.position();
     // A one-byte tag of a field numbered below 16 names its field through
     // the tag table; any other tag is split and looked up.
