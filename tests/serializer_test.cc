@@ -28,7 +28,7 @@ TEST(Varint, MinimalAndFixedSizeBytes) {
     char buffer[16] = {};
     char* p = buffer;
     EXPECT_EQ(bytes, varintSize(value)) << value;
-    S::_writeVarint(p, value);
+    writeVarint(p, value);
     EXPECT_EQ(text, hex(std::string(buffer, p - buffer))) << value;
   }
   // A slot of `bytes` bytes: the value padded with continuation bits, or
@@ -41,7 +41,7 @@ TEST(Varint, MinimalAndFixedSizeBytes) {
     char buffer[16];
     std::memset(buffer, 0xEE, sizeof buffer);
     char* p = buffer;
-    EXPECT_EQ(*text != 0, S::_writeFixedSizeVarint(p, value, bytes)) << value;
+    EXPECT_EQ(*text != 0, writeFixedSizeVarint(p, value, bytes)) << value;
     EXPECT_EQ(text, hex(std::string(buffer, p - buffer))) << value;
     EXPECT_EQ('\xEE', buffer[p - buffer]) << value;  // nothing beyond the slot
   }

@@ -101,7 +101,7 @@ TEST(ToolDiagnose, NestingLimitAndSchemaHints) {
       "above the type's highest field number (1): the body looks written with a newer "
       "schema",
       tarnpb::diagnose(set, fromHex("10 01")).text());
-  EXPECT_EQ("the tool's own walk finds no fault in the body",
+  EXPECT_EQ("the module's parser, run by the tool, accepts the body",
             tarnpb::diagnose(set, fromHex("0A 02 42 00 0A 00")).text());
 }
 

@@ -99,8 +99,9 @@ TEST(TraceFormat, RenderingTable) {
       {node, Body().varint(2, 1).varint(9, 1).varint(2, 2), R"({"value":1})"},
       {node, Body().msg(1, Body().varint(2, 1).varint(9, 1).varint(2, 2)).varint(2, 3),
        R"({"child":{"value":1},"value":3})"},
+      // A tag is split as the parser splits it: the number's low 32 bits.
       {node, Body().raw(wire::varintBytes(((uint64_t{1} << 32) + 2) << 3)).raw("\x05").varint(2, 6),
-       "{}"},
+       R"({"value":5,"value":6})"},
       {sparse, Body().msg(70000, Body().varint(536870911, 1).varint(4999, 2)).varint(1, 3),
        R"({"next":{"big":1},"one":3})"},
       {names, Body().varint(1, 1).varint(2, 2).varint(3, 3).varint(4, 4).varint(5, 5),

@@ -1,9 +1,10 @@
-// The shared varint reader against libprotobuf's, at every length, with every
-// amount of room behind the varint and of readable bytes before it (the
-// reader decodes from one eight-byte load at the varint when eight bytes are
-// left, from the eight before the end when those may be read, and byte by
-// byte otherwise), and cut off at every byte. Each case sits in a heap copy
-// of exactly its own size, so a read outside it is a sanitizer error.
+// The wire cursor's varint reads (checked, and the parser's tag, value and
+// length reads) against libprotobuf's, at every length, with every amount of
+// room behind the varint, of readable bytes before it and of body bytes past
+// its level (the cursor decodes from one eight-byte load at the varint when
+// the level or the body holds eight bytes, from the eight before the end when
+// those may be read, and byte by byte otherwise), and cut off at every byte. Each case sits in a
+// heap copy of exactly its own size, so a read outside it is a sanitizer error.
 #include "modules/message_type/protobuf/wire_format.h"
 
 #include <google/protobuf/io/coded_stream.h>
@@ -28,19 +29,50 @@ uint64_t libprotobufVarint(const std::string& bytes_, size_t* pLength_) {
   return value;
 }
 
-// Reads the varint at the start of buffer_ from an exact-size copy of it
-// behind `before_` other bytes, which the reader may read when it is told so.
-bool readAt(const std::string& buffer_, uint64_t& value_, size_t& length_, size_t before_ = 0,
-            bool floor_ = false) {
-  const std::string all = std::string(before_, '\xFF') + buffer_;
+// The four ways the cursor reads a varint: checked, and the parser's lenient
+// tag, value and length reads.
+enum class Read { checked, tag, value, length };
+const Read every_read[] = {Read::checked, Read::tag, Read::value, Read::length};
+
+// Reads the varint at the start of buffer_, a level of its own, from an
+// exact-size copy of it with `before_` other bytes in front and `beyond_`
+// behind, which belong to the body (and may be read) only when `body_` says
+// so. A lenient read of a cut-off varint yields 0 with the whole level read;
+// it is reported here as false with length_ 0.
+bool readAt(const std::string& buffer_, uint64_t& value_, size_t& length_, Read read_,
+            size_t before_ = 0, bool body_ = false, size_t beyond_ = 0) {
+  const std::string all = std::string(before_, '\xFF') + buffer_ + std::string(beyond_, '\x01');
   std::unique_ptr<char[]> copy(new char[all.size() ? all.size() : 1]);
   std::memcpy(copy.get(), all.data(), all.size());
   const char* const start = copy.get() + before_;
-  const char* const end = copy.get() + all.size();
-  const char* p = start;
+  const wire_body body = {body_ ? copy.get() : start,
+                          body_ ? copy.get() + all.size() : start + buffer_.size()};
+  wire_cursor in(body);
+  in.moveTo(start);
+  in = in.nested(buffer_.size());
   value_ = ~uint64_t{0};
-  const bool ok = floor_ ? readVarintLong(p, end, value_, copy.get()) : readVarint(p, end, value_);
-  length_ = static_cast<size_t>(p - start);
+  bool ok = true;
+  switch (read_) {
+    case Read::checked: ok = in.readVarint(value_); break;
+    case Read::tag: {
+      const wire_tag tag = in.tagOrZero();
+      value_ =
+          static_cast<uint64_t>(static_cast<uint32_t>(tag.number)) << wiretype_bits | tag.wireType;
+      break;
+    }
+    case Read::value: value_ = in.valueOrZero(); break;
+    case Read::length: value_ = in.lengthOrZero(); break;
+  }
+  length_ = static_cast<size_t>(in.position() - start);
+  if (read_ != Read::checked && value_ == 0 && length_ == buffer_.size() && !in.more()) {
+    // Cut off, or a whole varint of 0 that fills its level: only the bytes
+    // tell which.
+    const bool cut = buffer_.empty() || (buffer_.back() & 0x80) != 0;
+    if (cut) {
+      length_ = 0;
+      ok = false;
+    }
+  }
   return ok;
 }
 
@@ -67,26 +99,36 @@ TEST(WireVarint, AgreesWithLibprotobufAtEveryLengthAndRoomBehind) {
     size_t expectedLength = 0;
     const uint64_t expected = libprotobufVarint(encoding, &expectedLength);
     ASSERT_EQ(encoding.size(), expectedLength) << wire::hex(encoding);
-    for (size_t before = 0; before <= 9; ++before) {
-      for (bool floor : {false, true}) {
-        for (size_t room = 0; room <= 12; ++room) {
-          const std::string buffer = encoding + std::string(room, '\xFF');
-          uint64_t value;
-          size_t length;
-          SCOPED_TRACE(wire::hex(encoding) + " before " + std::to_string(before) +
-                       (floor ? " readable" : "") + " room " + std::to_string(room));
-          ASSERT_TRUE(readAt(buffer, value, length, before, floor));
-          EXPECT_EQ(expected, value);
-          EXPECT_EQ(expectedLength, length);
-        }
-        // Cut off before its last byte: reported, and the position stays.
-        for (size_t cut = 0; cut < encoding.size(); ++cut) {
-          uint64_t value;
-          size_t length;
-          SCOPED_TRACE(wire::hex(encoding) + " before " + std::to_string(before) +
-                       (floor ? " readable" : "") + " cut " + std::to_string(cut));
-          EXPECT_FALSE(readAt(encoding.substr(0, cut), value, length, before, floor));
-          EXPECT_EQ(0u, length);
+    for (const Read read : every_read) {
+      // The tag read keeps 35 bits of the number: compared on those.
+      const uint64_t want = read == Read::tag ? expected & ((uint64_t{1} << 35) - 1) : expected;
+      for (size_t before = 0; before <= 9; ++before) {
+        for (bool body : {false, true}) {
+          for (size_t beyond : {size_t{0}, size_t{9}}) {
+            if (beyond != 0 && !body) continue;
+            const std::string where = " read " + std::to_string(static_cast<int>(read)) +
+                                      " before " + std::to_string(before) +
+                                      (body ? " in a body" : "") + " beyond " +
+                                      std::to_string(beyond);
+            for (size_t room = 0; room <= 12; ++room) {
+              const std::string buffer = encoding + std::string(room, '\xFF');
+              uint64_t value;
+              size_t length;
+              SCOPED_TRACE(wire::hex(encoding) + where + " room " + std::to_string(room));
+              ASSERT_TRUE(readAt(buffer, value, length, read, before, body, beyond));
+              EXPECT_EQ(want, value);
+              EXPECT_EQ(expectedLength, length);
+            }
+            // Cut off before its last byte: reported, and nothing of it taken.
+            for (size_t cut = 0; cut < encoding.size(); ++cut) {
+              uint64_t value;
+              size_t length;
+              SCOPED_TRACE(wire::hex(encoding) + where + " cut " + std::to_string(cut));
+              EXPECT_FALSE(
+                  readAt(encoding.substr(0, cut), value, length, read, before, body, beyond));
+              EXPECT_EQ(0u, length);
+            }
+          }
         }
       }
     }
@@ -111,7 +153,8 @@ TEST(WireVarint, BitsBeyondSixtyFourAreDropped) {
     for (size_t room = 0; room <= 12; ++room) {
       uint64_t value;
       size_t length;
-      ASSERT_TRUE(readAt(c.bytes + std::string(room, '\x01'), value, length)) << wire::hex(c.bytes);
+      ASSERT_TRUE(readAt(c.bytes + std::string(room, '\x01'), value, length, Read::checked))
+          << wire::hex(c.bytes);
       EXPECT_EQ(c.value, value) << wire::hex(c.bytes) << " room " << room;
       EXPECT_EQ(c.bytes.size(), length) << wire::hex(c.bytes) << " room " << room;
     }

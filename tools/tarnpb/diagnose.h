@@ -1,8 +1,9 @@
-// Why the module refuses a body, found by the tool's own walk over it with the
-// tool's descriptors. The walk applies the rules the module's parser applies,
-// in the same order, and stops at the first field the module stops at; it
-// stores nothing. The module's verdict is always shown first: this only
-// explains it, and says so when it finds nothing to explain.
+// Why the module refuses a body: the tool runs the module's own parser over it
+// with the tool's descriptors, in its own process and into a value set of its
+// own, and has the parser's failure path record where and why it stopped.
+// The path is read back from the entries the parse stored before it stopped.
+// The module's verdict is always shown first: this only explains it, and
+// says so when it finds nothing to explain.
 #ifndef TARN_TOOLS_TARNPB_DIAGNOSE_H
 #define TARN_TOOLS_TARNPB_DIAGNOSE_H
 

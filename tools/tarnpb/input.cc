@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "cli.h"
+#include "modules/message_type/protobuf/wire_format.h"
 
 namespace tarnpb {
 
@@ -50,43 +51,33 @@ bool looksLikeText(const std::string& path_) {
 
 Delimited splitDelimited(const std::string& data_) {
   Delimited out;
-  size_t pos = 0;
-  while (pos < data_.size()) {
-    const size_t start = pos;
+  const wire_body body = {data_.data(), data_.data() + data_.size()};
+  wire_cursor in(body);
+  while (in.more()) {
+    const size_t start = static_cast<size_t>(in.position() - body.pStart);
     uint64_t length = 0;
-    int shift = 0;
-    bool done = false;
-    while (pos < data_.size() && shift < 64) {
-      const unsigned char c = static_cast<unsigned char>(data_[pos++]);
-      length |= static_cast<uint64_t>(c & 0x7F) << shift;
-      shift += 7;
-      if ((c & 0x80) == 0) {
-        done = true;
-        break;
-      }
-    }
-    if (!done) {
-      out.error = "length prefix at byte " + std::to_string(start) + " is cut off or too long";
+    if (!in.readVarint(length)) {
+      out.error = "length prefix at byte " + std::to_string(start) + " is cut off";
       return out;
     }
-    if (length > data_.size() - pos) {
+    if (length > in.left()) {
       out.error = "message " + std::to_string(out.messages.size() + 1) + " at byte " +
                   std::to_string(start) + " claims " + std::to_string(length) + " bytes, " +
-                  std::to_string(data_.size() - pos) + " remain";
+                  std::to_string(in.left()) + " remain";
       return out;
     }
-    out.messages.emplace_back(pos, static_cast<size_t>(length));
-    pos += static_cast<size_t>(length);
+    out.messages.emplace_back(static_cast<size_t>(in.position() - body.pStart),
+                              static_cast<size_t>(length));
+    in.skip(static_cast<size_t>(length));
   }
   return out;
 }
 
 void appendVarint(std::string& out_, uint64_t value_) {
-  while (value_ >= 0x80) {
-    out_ += static_cast<char>((value_ & 0x7F) | 0x80);
-    value_ >>= 7;
-  }
-  out_ += static_cast<char>(value_);
+  char bytes[max_varint_bytes];
+  char* pEnd = bytes;
+  writeVarint(pEnd, value_);
+  out_.append(bytes, static_cast<size_t>(pEnd - bytes));
 }
 
 void writeOutput(const std::string& path_, const std::string& body_) {

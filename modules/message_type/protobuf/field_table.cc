@@ -73,9 +73,10 @@ void setDefault(field_entry& entry_, const FieldDescriptor& f_) {
   }
 }
 
-// What _consumeValue did for each wire type, chosen once: a varint only for
-// the varint kinds, eight and four bytes for any type (the declared type only
-// picks how they are read), a block as packed, message or plain bytes.
+// The decoder of each wire type: a varint only for the varint kinds, eight
+// and four bytes for any type (the declared type only picks what their bits
+// stand for), a block as packed, message or plain bytes. A packed field's
+// elements take the decoder of their own wire type.
 void setDecoders(field_entry& entry_) {
   for (uint8_t& d : entry_.decode) d = decode_fail;
   switch (entry_.travel) {
@@ -89,8 +90,9 @@ void setDecoders(field_entry& entry_) {
     default:
       break;
   }
-  entry_.decode[FIXED64] =
-      entry_.type == FieldDescriptor::TYPE_DOUBLE ? decode_fixed64_double : decode_fixed64_long;
+  entry_.decode[FIXED64] = entry_.type == FieldDescriptor::TYPE_DOUBLE    ? decode_fixed64_double
+                           : entry_.type == FieldDescriptor::TYPE_FIXED64 ? decode_fixed64_unsigned
+                                                                          : decode_fixed64_signed;
   entry_.decode[FIXED32] = entry_.type == FieldDescriptor::TYPE_FLOAT ? decode_fixed32_float
                            : entry_.type == FieldDescriptor::TYPE_SFIXED32
                                ? decode_fixed32_signed
@@ -223,7 +225,8 @@ void table_builder::fill(type_table& t_) {
       e.flags |= field_message;
       e.nested = tableOf(f.message_type());
     }
-    e.entry.parent = e.entry.first_child = e.entry.next_sibling = 0xFFFFFFFFu;
+    e.entry.parent = e.entry.first_child = e.entry.next_sibling =
+        tarn_message_value_invalid_index;
     e.entry.tag_bytes = e.name;
     e.entry.tag_length = e.nameLength;
     if (e.is(field_required)) e.entry.value_flags = tarn_message_value_set_entry_flag_required;

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "message_type/tarn_message_type.h"
+#include "value_decoder.h"
 #include "wire_format.h"
 
 struct type_table;
@@ -41,24 +42,6 @@ enum default_kind : uint8_t {
   default_long,
   default_double,
   default_string,
-};
-
-// How the parser stores one arrival of a field, decided per field and wire
-// type when the table is built, so that the walk makes one choice per value
-// instead of one for the wire type and another for the declared type.
-enum value_decoder : uint8_t {
-  decode_fail,              // a wire type the field cannot arrive as
-  decode_varint,            // all 64 bits as sent
-  decode_varint_int32,      // the low 32 bits, sign-extended
-  decode_zigzag,            // sint32, sint64
-  decode_fixed64_double,    // double
-  decode_fixed64_long,      // any other type sent as eight bytes
-  decode_fixed32_float,     // float, widened
-  decode_fixed32_signed,    // sfixed32, sign-extended
-  decode_fixed32_unsigned,  // any other type sent as four bytes
-  decode_packed,            // a packed field's block
-  decode_message,           // a nested message
-  decode_block,             // strings, bytes, groups, unpacked scalars as a block
 };
 
 struct field_entry {

@@ -17,8 +17,8 @@
 // The value sets are read through the host's storage layout, so nothing the
 // sets hold is trusted blindly:
 // - The number of entries a set holds (_storeCount) bounds every index. A set
-//   that parsed to no entries is an empty level, exactly as INVALID is below
-//   the top: the merge of an empty update is the stored message, and the other
+//   that parsed to no entries is an empty level, exactly as the invalid index
+//   is below the top: the merge of an empty update is the stored message, and the other
 //   way round.
 // - A link is followed only forward, to a higher index that the set holds. The
 //   parser stores a message entry before everything inside it and every field
@@ -70,7 +70,6 @@ class merge_walk {
  public:
   typedef tarn::tarn_xpath_value_set value_set;
   typedef tarn::tarn_xpath_value value;
-  static const uint32_t INVALID = 0xFFFFFFFFu;
 
   // The walk sends everything to sink_, which it does not own.
   explicit merge_walk(Sink& sink_)
@@ -83,7 +82,8 @@ class merge_walk {
     const side old = sideOf(previousSet_);
     _steps = upd.count + static_cast<uint64_t>(old.count) * (upd.count + 1);
     _depth = 0;
-    const size_t written = _mergeLevel(upd.count ? 0 : INVALID, old.count ? 0 : INVALID, upd, old);
+    const size_t written = _mergeLevel(upd.count ? 0 : tarn_message_value_invalid_index,
+                                       old.count ? 0 : tarn_message_value_invalid_index, upd, old);
     _flush();
     return written;
   }
@@ -101,15 +101,16 @@ class merge_walk {
     const value* at(uint32_t index_) const { return pValues + index_; }
 
     // The link test: the index names an entry of the set that comes after
-    // from_ (so it is neither 0 nor INVALID).
+    // from_ (so it is neither 0 nor tarn_message_value_invalid_index).
     bool linksForward(uint32_t from_, uint32_t to_) const { return to_ > from_ && to_ < count; }
 
-    // Index of the entry stored under hash_, or INVALID. The key table's
+    // Index of the entry stored under hash_, or tarn_message_value_invalid_index. The key table's
     // answer is checked against the entry count before the entry is used.
     uint32_t indexOf(uint32_t hash_) const {
-      if (!keyed || hash_ == 0) return INVALID;
+      if (!keyed || hash_ == 0) return tarn_message_value_invalid_index;
       const value_set::key_data* pKey = pImpl->find(hash_);
-      return pKey != nullptr && pKey->_valueIndex < count ? pKey->_valueIndex : INVALID;
+      return pKey != nullptr && pKey->_valueIndex < count ? pKey->_valueIndex
+                                                          : tarn_message_value_invalid_index;
     }
   };
 
@@ -196,8 +197,8 @@ class merge_walk {
   }
 
   // Merges one level: the update entries chained from updSlot_ over the stored
-  // entries chained from oldSlot_ (either INVALID for an empty side). Returns
-  // the bytes the level leaves in the sink.
+  // entries chained from oldSlot_ (either tarn_message_value_invalid_index for an empty side).
+  // Returns the bytes the level leaves in the sink.
   size_t _mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, const side& updSide_,
                      const side& oldSide_);
 
@@ -226,9 +227,6 @@ class merge_walk {
 };
 
 template <typename Sink>
-const uint32_t merge_walk<Sink>::INVALID;
-
-template <typename Sink>
 size_t merge_walk<Sink>::_mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, const side& updSide_,
                                      const side& oldSide_) {
   // Copied once per level, so that the loops below keep them in registers.
@@ -240,13 +238,14 @@ size_t merge_walk<Sink>::_mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, const
   // entry without bytes (a schema default) writes nothing and leaves the
   // stored field in place: the stored walk below copies it. The last look-up
   // is kept, as repeated fields ask for one hash many times.
-  uint32_t askedHash = 0, oldIndex = INVALID;
+  uint32_t askedHash = 0, oldIndex = tarn_message_value_invalid_index;
   _walkLevel(upd_, updSlot_, [&](uint32_t updChild, const value* el) {
     if (el->_hash != askedHash) {
       askedHash = el->_hash;
       oldIndex = old_.indexOf(askedHash);
     }
-    const value* pOldValue = oldIndex == INVALID ? nullptr : old_.at(oldIndex);
+    const value* pOldValue =
+        oldIndex == tarn_message_value_invalid_index ? nullptr : old_.at(oldIndex);
     const size_t oldTag =
         pOldValue ? tagLength(pOldValue->_pRawBytes, pOldValue->_rawBytesLength) : 0;
     if (oldTag != 0 && mayNest(_depth) && upd_.linksForward(updChild, el->_firstChild) &&
@@ -285,7 +284,7 @@ size_t merge_walk<Sink>::_mergeLevel(uint32_t updSlot_, uint32_t oldSlot_, const
     if (el->_hash != askedHash) {
       askedHash = el->_hash;
       const uint32_t updIndex = upd_.indexOf(askedHash);
-      replaced = updIndex != INVALID && hasBytes(upd_.at(updIndex));
+      replaced = updIndex != tarn_message_value_invalid_index && hasBytes(upd_.at(updIndex));
     }
     if (!replaced) _copy(el->_pRawBytes, el->_rawBytesLength);
   });

@@ -27,7 +27,7 @@ class segment_writer {
     const size_t needed = varintSize(length_);
     if (needed != reserved_) std::memmove(pHeader + needed, pHeader + reserved_, length_);
     _pDst = pHeader + needed + length_;
-    tarn_protobuf_v2_serializer::_writeVarint(pHeader, length_);
+    writeVarint(pHeader, length_);
   }
 
  private:

@@ -1,12 +1,18 @@
-// Walks a protobuf wire-format body against its descriptor and stores one host
-// value entry per field occurrence, linked parent / first child / next sibling,
-// followed at each level by the schema defaults of the fields that were absent.
+// Walks a protobuf wire-format body against its field tables and stores one
+// host value entry per field occurrence, linked parent / first child / next
+// sibling, followed at each level by the schema defaults of the fields that
+// were absent.
 //
 // One parser lives on the caller's stack for one parse. It copies no message
 // bytes (entries point into the body) and allocates nothing unless one message
-// level leaves more than 16 gaps in its field order. Every read lies inside
-// the body, and every value is taken from bytes of its own level only: a word
-// loaded across a level's bounds has the bytes outside it shifted or masked off.
+// level leaves more than 16 gaps in its field order. Every read goes through
+// the wire cursor (wire_format.h), so it lies inside the body and takes each
+// value from bytes of its own level only.
+//
+// A caller that wants to know why a body is refused hands the parser a
+// parse_refusal: the failure path then records where and why the walk
+// stopped. Nothing is recorded, and nothing costs more, for a caller that
+// does not ask.
 #ifndef TARN_PROTOBUF_TARN_PROTOBUF_V2_PARSER_H
 #define TARN_PROTOBUF_TARN_PROTOBUF_V2_PARSER_H
 
@@ -20,17 +26,47 @@
 #include "util/base/hybrid_worklist.h"
 #include "wire_format.h"
 
+// Why a parse stopped, in the order the walk meets them.
+enum parse_refusal_reason : uint8_t {
+  refusal_none,
+  refusal_tag_cut,        // the tag is cut off by the level's end (it reads as field 0)
+  refusal_unknown_field,  // the level's type has no field of the tag's number
+  refusal_wire_type,      // the field cannot arrive as the tag's wire type
+  refusal_value_cut,      // a fixed-width value of `length` bytes runs past the level's end
+  refusal_length,         // a length prefix of `length` runs past the level's end
+  refusal_packed_block,   // a packed block of `length` bytes does not hold whole elements
+  refusal_too_deep,       // a message field nested past max_nesting_depth
+  refusal_default,        // a declared default of no kind an entry can hold
+  refusal_nested,         // (within the walk only) a level below refused and recorded why
+};
+
+// Where and why a parse stopped: filled by the parser's failure path for a
+// caller that asks (set on the parser before parse), and left alone
+// otherwise. Pointers point into the body and the field tables the parse
+// was given. The message fields that enclose the refused level are the
+// entries the parse stored: parentEntry and its parents.
+struct parse_refusal {
+  parse_refusal_reason reason;
+  const type_table* table;   // the type of the level that stopped
+  const field_entry* field;  // the refused field; null when the number names none
+  wire_tag tag;              // the refused field's tag as read (number 0 when cut off)
+  const char* pTag;          // the refused field's first tag byte
+  const char* pValue;        // where its value starts: after a length prefix, else after the tag
+  const char* pLevelEnd;     // the end of the level that stopped
+  uint64_t length;           // see the reasons
+  unsigned depth;            // the refused level's depth, the body's 0
+  uint32_t parentEntry;      // the entry of the enclosing message field; invalid at the top
+};
+
 class tarn_protobuf_v2_parser {
  public:
-  static constexpr uint32_t INVALID = 0xFFFFFFFFu;
-
   // One message level: the body itself or the payload of one nested message.
   struct parse_context {
     const type_table* _pTable;
     const char* _pSrc;    // the level's first byte
     const char* _pEnd;    // and the byte after its last
     uint32_t _baseHash;   // the hash this level's field names continue
-    uint32_t _rootIndex;  // entry of the enclosing message field, INVALID at the top
+    uint32_t _rootIndex;  // entry of the enclosing message field, invalid at the top
     uint8_t _depth;       // nested levels entered to reach this one, the body's 0
     // Whether this level lies inside a repeated message field: only there do
     // (seed, field) pairs come back after other fields, so only there is the
@@ -122,31 +158,20 @@ class tarn_protobuf_v2_parser {
       : _pRootTable(pRootTable_),
         _valueSet(valueSet_),
         _findSet(findSet_),
-        _pBody(nullptr),
-        _pBodyEnd(nullptr),
-        _previousSibling(INVALID),
+        _body(),
+        _previousSibling(tarn_message_value_invalid_index),
+        _pRefusal(nullptr),
         _hashes(pRootTable_->memoPlaces) {}
 
+  // Records why a failing parse stopped into *pRefusal_ (null records nothing).
+  // REQUIRES: *pRefusal_ outlives the parse.
+  void recordRefusal(parse_refusal* pRefusal_) { _pRefusal = pRefusal_; }
+
+  // TARN_SUCCESS when the whole body was walked, TARN_FAILURE at the first
+  // malformed or unknown field.
   [[nodiscard]] int parse(const char* pSource_, size_t sourceLength_);
 
  private:
-  // A varint's value and the position after it, both returned in registers,
-  // so that a caller's read position never has to live in memory.
-  struct varint_read {
-    uint64_t value;
-    const char* pNext;
-  };
-  // pFloor_ is the body's first byte: every byte from it up to pEnd_ may be
-  // read, which lets a varint near the end of a level be loaded in one word.
-  static uint64_t _consumeVarint(const char*& pSrc_, const char* pEnd_, const char* pFloor_);
-  static uint64_t _consumeLength(const char*& pSrc_, const char* pEnd_, const char* pFloor_);
-  // pCeiling_ is the body's end: a value near the end of its level is still
-  // loaded in one word from where it starts while the body holds the word.
-  static uint64_t _consumeVarintValue(const char*& pSrc_, const char* pEnd_, const char* pFloor_,
-                                      const char* pCeiling_);
-  static TARN_NOINLINE varint_read _consumeVarintSlow(const char* pSrc_, const char* pEnd_,
-                                                      const char* pFloor_);
-
   class absent_fields;
   struct no_defaults;
 
@@ -154,41 +179,48 @@ class tarn_protobuf_v2_parser {
   template <typename Absent>
   [[nodiscard]] int _parseLevel(parse_context& context_);
   void _initializeEntry(tarn_message_value_set_entry* pValue_, const field_entry& field_,
-                        uint32_t hash_, parse_context& parseContext_);
+                        uint32_t hash_, const parse_context& parseContext_);
   // The path hash of field_ at the level, through the cache where pairs repeat.
   uint32_t _hash(const field_entry& field_, const parse_context& context_);
   uint32_t _insert(tarn_message_value_set_entry* pValue_);
 
-  // Both read from pSrc_ (just after the tag) and leave it after the value;
-  // the level's read position stays a register of the level walk.
+  // Reads the value at in_ (just after the tag) and leaves in_ after it; the
+  // level's read position stays a register of the level walk. Returns
+  // refusal_none, or why the value is refused.
   [[nodiscard]] int _consumeValue(tarn_message_value_set_entry* pValue_, const field_entry& field_,
                                   unsigned decoder_, const parse_context& context_,
-                                  const char*& pSrc_, const char* pValueStart_, const char* pEnd_);
+                                  wire_cursor& in_, const char* pValueStart_);
+  // refusal_none, refusal_too_deep, or refusal_nested when the level below failed.
   [[nodiscard]] int _consumeMessage(tarn_message_value_set_entry* pValue_,
                                     const field_entry& field_, const parse_context& context_,
-                                    const char*& pSrc_, const char* pValueStart_, size_t length_);
-  template <typename Store>
-  void _storeElements(tarn_message_value_set_entry* pValue_, const char*& pSrc_,
-                      const char* pBlockEnd_, Store store_);
-  // Takes the position after the tag and returns the one after the block,
-  // or null for a malformed block.
+                                    wire_cursor& in_, const char* pValueStart_, size_t length_);
+  // Takes the position after the tag (in the level of context_) and returns
+  // the one after the block, or null for a malformed block. Positions, not
+  // the cursor, cross the call, so that the level walk's cursor stays in
+  // registers.
   [[nodiscard]] const char* _consumePacked(const field_entry& field_,
                                            tarn_message_value_set_entry* pValue_,
-                                           const char* pValueStart_, const char* pSrc_,
-                                           const char* pEnd_);
+                                           const char* pValueStart_, const parse_context& context_,
+                                           const char* pSrc_);
+  template <value_decoder Decoder>
+  void _storeElements(tarn_message_value_set_entry* pValue_, wire_cursor& block_);
 
   [[nodiscard]] int _insertDefaults(parse_context& context_, const omitted_ranges& ranges_,
                                     int lastFieldSeenIndex_);
   [[nodiscard]] int _insertDefault(parse_context& context_, const field_entry& omitted_);
-  [[nodiscard]] static int _setDefault(tarn_message_value_set_entry* pValue_,
-                                       const field_entry& field_);
+
+  // The failure path: records why the walk stopped at the field whose tag
+  // starts at pTag_ when a caller asked, and fails. The walk hands over no
+  // more than the reason, so that its own paths carry nothing for it.
+  TARN_NOINLINE int _refuse(int reason_, const parse_context& context_, const field_entry* pField_,
+                            const char* pTag_);
 
   const type_table* _pRootTable;
   tarn_message_xpath_value_set _valueSet;
   tarn_message_xpath_find_set _findSet;
-  const char* _pBody;         // the body's first byte
-  const char* _pBodyEnd;      // and the byte after its last
+  wire_body _body;            // the body being parsed, which every level's cursor reads
   uint32_t _previousSibling;  // newest entry stored at the level being walked
+  parse_refusal* _pRefusal;   // where a failure is explained, or null
   path_hash_cache _hashes;
 };
 

@@ -47,8 +47,7 @@ bool closeSubmessage(tarn_protobuf_v2_serializer::tagstack& stack_, char* pDst_)
   const size_t len = static_cast<size_t>(pDst_ - t.tag_start -
                                          tarn_protobuf_v2_serializer::max_submessage_length_varint);
   char* pSlot = t.tag_start;
-  if (!tarn_protobuf_v2_serializer::_writeFixedSizeVarint(
-          pSlot, len, tarn_protobuf_v2_serializer::max_submessage_length_varint))
+  if (!writeFixedSizeVarint(pSlot, len, tarn_protobuf_v2_serializer::max_submessage_length_varint))
     return false;
   stack_.pop_back();
   return true;

@@ -7,9 +7,9 @@
 // algorithms themselves: serializeRoom for a value list, the merge room
 // (merge_walk.h) for a merge.
 //
-// The varint primitives are inline and header-only; they take the cursor they
-// write through as an explicit reference so that a caller can fill a slot it
-// reserved earlier without moving _pDst.
+// Its varints are the wire header's writers, which take the position they
+// write through as an explicit reference, so that a length slot reserved
+// earlier is filled without moving _pDst.
 #ifndef TARN_PROTOBUF_TARN_PROTOBUF_V2_SERIALIZER_H
 #define TARN_PROTOBUF_TARN_PROTOBUF_V2_SERIALIZER_H
 
@@ -37,37 +37,6 @@ class tarn_protobuf_v2_serializer {
   static const uint32_t serializable_body_type = 5;
 
   explicit tarn_protobuf_v2_serializer(char* pDst_) : _pDst(pDst_) {}
-
-  // The minimal varint of value_ at pDst_, which ends just past it.
-  static void _writeVarint(char*& pDst_, size_t value_) {
-    static const unsigned char low_bits = 0x7F;
-    static const unsigned char high_bit = 0x80;
-    while ((value_ >> 7) != 0) {
-      *pDst_++ = static_cast<char>((value_ & low_bits) | high_bit);
-      value_ >>= 7;
-    }
-    *pDst_++ = static_cast<char>(value_ & low_bits);
-  }
-
-  // value_ as a varint of exactly bytes_ bytes: its groups, then zero groups,
-  // every byte but the last with the continuation bit. Any reader decodes it to
-  // the same value. When the minimal form is longer than bytes_, nothing is
-  // written, pDst_ stays put and the result is false.
-  static bool _writeFixedSizeVarint(char*& pDst_, size_t value_, unsigned bytes_) {
-    const size_t bytesNeeded = varintSize(value_);
-    if (bytesNeeded > bytes_) return false;
-    _writeVarint(pDst_, value_);
-    size_t fill = bytes_ - bytesNeeded;
-    if (fill == 0) return true;
-    --pDst_;
-    while (fill-- != 0) {
-      *pDst_ = static_cast<char>(static_cast<unsigned char>(*pDst_) | 0x80);
-      ++pDst_;
-      *pDst_ = 0x00;
-    }
-    ++pDst_;
-    return true;
-  }
 
   // Writes the values of the list at _pDst, nesting submessages by depth.
   // Returns the bytes written, or 0 when the list cannot be written (a nested

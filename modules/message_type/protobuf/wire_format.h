@@ -3,10 +3,16 @@
 // A leaf: it includes no class of the module and no libprotobuf header, and it
 // compiles as C++11, since a host of any later standard may include it.
 //
-// Reading. Every reader takes the cursor and the end of the bytes it may read
-// and never looks at or past that end. A varint or fixed-width value cut off by
-// the end is reported, not guessed; what the caller does then (fail the parse,
-// end a trace level) is the caller's rule.
+// Reading. Every engine and tool reads through one wire_cursor (below): the
+// position, the end of the level being read and the bounds of the whole body
+// travel together, and the cursor never looks at a byte outside the body nor
+// takes a value's bytes from past its level's end. A varint or fixed-width
+// value cut off by the end is reported, not guessed; what the caller does then
+// (fail the parse, end a trace level) is the caller's rule.
+//
+// Writing. The varint writers below are the only ones: the serializer's
+// length slots, the merge's length prefixes and the tools' streams all use
+// them.
 //
 // Nesting. One limit and one way of counting for every engine: the body is
 // level 0 and a message field read at level d opens level d + 1, which is
@@ -27,6 +33,7 @@
 
 #define TARN_ALWAYS_INLINE inline __attribute__((always_inline))
 #define TARN_NOINLINE __attribute__((noinline))
+#define TARN_NODISCARD __attribute__((warn_unused_result))
 
 // The wire types this module reads. A tag's low three bits are its wire type,
 // the rest its field number. Group start and end (3, 4) and the unassigned 6
@@ -45,6 +52,21 @@ const unsigned varint_component_bits = 7;
 const unsigned max_varint_bytes = 10;
 
 const unsigned max_nesting_depth = 100;
+
+// A tag split under the one rule every reader applies: the wire type is the
+// low three bits, the field number the low 32 bits of the rest taken as a
+// signed int. Numbers that are negative or above the largest legal field
+// number match no field of any schema.
+struct wire_tag {
+  int32_t number;
+  uint32_t wireType;
+};
+
+inline wire_tag splitTag(uint64_t tag_) {
+  const wire_tag tag = {static_cast<int32_t>(static_cast<uint32_t>(tag_ >> wiretype_bits)),
+                        static_cast<uint32_t>(tag_ & wiretype_mask)};
+  return tag;
+}
 
 // Whether a message field read at `level_` (the body being 0) may be entered.
 inline bool mayNest(unsigned level_) { return level_ < max_nesting_depth; }
@@ -217,21 +239,190 @@ inline bool readVarintLong(const char*& pSrc_, const char* pEnd_, uint64_t& valu
   return readVarintChecked(pSrc_, pEnd_, value_);
 }
 
-// Out of line: the one-byte case is by far the most common.
-TARN_NOINLINE inline bool readVarintSlow(const char*& pSrc_, const char* pEnd_, uint64_t& value_) {
-  return readVarintLong(pSrc_, pEnd_, value_);
+// A varint's value and the position after it, both returned in registers, so
+// that a caller's read position never has to live in memory.
+struct varint_read {
+  uint64_t value;
+  const char* pNext;
+};
+
+// The general varint read, out of line: the one-byte case is by far the most
+// common, and a caller's loop stays small without the rest. A varint cut off
+// by pEnd_ reads as 0 with a null pNext; pFloor_ as for readVarintLong.
+TARN_NOINLINE inline varint_read readVarintOutOfLine(const char* pSrc_, const char* pEnd_,
+                                                     const char* pFloor_) {
+  varint_read read;
+  if (readVarintLong(pSrc_, pEnd_, read.value, pFloor_)) {
+    read.pNext = pSrc_;
+  } else {
+    read.value = 0;
+    read.pNext = nullptr;
+  }
+  return read;
 }
 
-// Reads one varint that must end before pEnd_. On success advances pSrc_ past
-// it and returns true; a varint cut off by pEnd_ leaves pSrc_ alone and
-// returns false.
-TARN_ALWAYS_INLINE bool readVarint(const char*& pSrc_, const char* pEnd_, uint64_t& value_) {
-  if (__builtin_expect(pSrc_ < pEnd_ && static_cast<unsigned char>(*pSrc_) < 0x80, 1)) {
-    value_ = static_cast<unsigned char>(*pSrc_++);
+// The bytes of one whole body: every byte from pStart up to pEnd may be read.
+struct wire_body {
+  const char* pStart;
+  const char* pEnd;
+};
+
+// The reader every engine walks a body with, as a value type whose members
+// stay in registers: the read position and the end of the level being read,
+// with the bounds of the whole body it lies in. Every read stays inside the
+// level; the body's bounds only let a short read near the level's end be
+// made with one eight-byte load of bytes that are known to be readable, with
+// the bytes outside the level shifted or masked off. They are kept behind a
+// pointer, as the walks need them only on those rare reads.
+//
+// Two families of reads. The checked ones (readTag, readVarint, readFixed32,
+// readFixed64, readLength) report a value cut off by the level's end and then
+// leave the position alone. The lenient ones (tagOrZero, varintOrZero,
+// valueOrZero, lengthOrZero) are the parser's: a cut-off varint reads as 0
+// and leaves the position at the level's end, where the walk then meets
+// field 0 (which no schema has) or a level that has ended.
+class wire_cursor {
+ public:
+  // REQUIRES: body_ outlives the cursor and every cursor made from it.
+  // Postcondition: the level is the whole body, read from its first byte.
+  explicit wire_cursor(const wire_body& body_)
+      : _p(body_.pStart), _pEnd(body_.pEnd), _pBody(&body_) {}
+
+  // The level [pStart_, pEnd_) of body_, read from its first byte.
+  // REQUIRES: body_ outlives the cursor; the level lies inside body_.
+  wire_cursor(const wire_body& body_, const char* pStart_, const char* pEnd_)
+      : _p(pStart_), _pEnd(pEnd_), _pBody(&body_) {}
+
+  // The length_ bytes at the position, as a level of the same body.
+  // REQUIRES: length_ <= left().
+  wire_cursor nested(size_t length_) const {
+    wire_cursor level(*this);
+    level._pEnd = _p + length_;
+    return level;
+  }
+
+  const char* position() const { return _p; }
+  const char* end() const { return _pEnd; }
+  bool more() const { return _p < _pEnd; }
+  size_t left() const { return static_cast<size_t>(_pEnd - _p); }
+
+  // REQUIRES: more().
+  unsigned peekByte() const { return static_cast<unsigned char>(*_p); }
+  // REQUIRES: n_ <= left().
+  void skip(size_t n_) { _p += n_; }
+  // REQUIRES: p_ lies between the position and end().
+  void moveTo(const char* p_) { _p = p_; }
+
+  // Checked reads. On success the position is past the value; on a value cut
+  // off by the level's end the result is false and the position unchanged.
+  TARN_NODISCARD TARN_ALWAYS_INLINE bool readVarint(uint64_t& value_) {
+    if (__builtin_expect(_p < _pEnd && static_cast<unsigned char>(*_p) < 0x80, 1)) {
+      value_ = static_cast<unsigned char>(*_p++);
+      return true;
+    }
+    const varint_read read = readVarintOutOfLine(_p, _pEnd, _pBody->pStart);
+    if (read.pNext == nullptr) return false;
+    value_ = read.value;
+    _p = read.pNext;
     return true;
   }
-  return readVarintSlow(pSrc_, pEnd_, value_);
-}
+  TARN_NODISCARD TARN_ALWAYS_INLINE bool readTag(wire_tag& tag_) {
+    uint64_t raw;
+    if (!readVarint(raw)) return false;
+    tag_ = splitTag(raw);
+    return true;
+  }
+  TARN_NODISCARD TARN_ALWAYS_INLINE bool readFixed32(uint32_t& bits_) {
+    if (_pEnd - _p < 4) return false;
+    bits_ = loadFixed32(_p);
+    _p += 4;
+    return true;
+  }
+  TARN_NODISCARD TARN_ALWAYS_INLINE bool readFixed64(uint64_t& bits_) {
+    if (_pEnd - _p < 8) return false;
+    bits_ = loadFixed64(_p);
+    _p += 8;
+    return true;
+  }
+  // A length prefix. Postcondition on success: length_ <= left(), compared
+  // with what is left so that no length can wrap the position.
+  TARN_NODISCARD TARN_ALWAYS_INLINE bool readLength(uint64_t& length_) {
+    const char* const pStart = _p;
+    if (!readVarint(length_)) return false;
+    if (length_ <= left()) return true;
+    _p = pStart;
+    return false;
+  }
+
+  // Lenient reads: a cut-off varint reads as 0 with the position at end().
+  TARN_ALWAYS_INLINE uint64_t varintOrZero() {
+    if (__builtin_expect(_p < _pEnd && static_cast<unsigned char>(*_p) < 0x80, 1)) {
+      return static_cast<unsigned char>(*_p++);
+    }
+    return _outOfLineOrZero();
+  }
+  TARN_ALWAYS_INLINE wire_tag tagOrZero() { return splitTag(varintOrZero()); }
+
+  // A varint value, as opposed to a tag or a length: its length varies from
+  // field to field with the number sent, so with eight bytes in the level it
+  // is taken from one load whatever its length, without a one-byte test
+  // first. A field often ends its level (the last of a nested message): then
+  // only the bytes up to the level's end may end the varint, and the load
+  // still starts at the varint while the body holds eight bytes from there.
+  TARN_ALWAYS_INLINE uint64_t valueOrZero() {
+    const ptrdiff_t left = _pEnd - _p;
+    if (__builtin_expect(left >= 8, 1)) {
+      const uint64_t word = loadFixed64(_p);
+      const uint64_t ends = varintEnds(word);
+      if (__builtin_expect(ends != 0, 1)) return _takeFromWord(word, ends);
+    } else if (left > 0 && static_cast<unsigned char>(*_p) < 0x80) {
+      return static_cast<unsigned char>(*_p++);
+    } else if (_pBody->pEnd - _p >= 8) {
+      // A second copy of the decode above rather than one shared with it:
+      // the compiler then keeps the common case free of the masking this
+      // one needs.
+      const uint64_t word = loadFixed64(_p);
+      const uint64_t ends = varintEndsWithin(word, static_cast<unsigned>(left));
+      if (ends != 0) return _takeFromWord(word, ends);
+    }
+    return varintOrZero();
+  }
+
+  // A length prefix: one byte for short payloads, two for most nested
+  // messages (a payload of 128 bytes to 16 KiB). Both are taken here without
+  // a call; longer prefixes, and prefixes near the end of the level, go the
+  // general way. Not compared with what is left: the caller does that.
+  TARN_ALWAYS_INLINE uint64_t lengthOrZero() {
+    if (__builtin_expect(_p < _pEnd && static_cast<unsigned char>(*_p) < 0x80, 1)) {
+      return static_cast<unsigned char>(*_p++);
+    }
+    if (_pEnd - _p >= 8) {
+      const uint64_t word = loadFixed64(_p);
+      if ((word & 0x8000) == 0) {
+        _p += 2;
+        return twoByteVarint(word);
+      }
+    }
+    return _outOfLineOrZero();
+  }
+
+ private:
+  TARN_ALWAYS_INLINE uint64_t _outOfLineOrZero() {
+    const varint_read read = readVarintOutOfLine(_p, _pEnd, _pBody->pStart);
+    _p = read.pNext != nullptr ? read.pNext : _pEnd;
+    return read.value;
+  }
+  TARN_ALWAYS_INLINE uint64_t _takeFromWord(uint64_t word_, uint64_t ends_) {
+    size_t length;
+    const uint64_t value = varintInWord(word_, ends_, length);
+    _p += length;
+    return value;
+  }
+
+  const char* _p;
+  const char* _pEnd;
+  const wire_body* _pBody;
+};
 
 // Bytes of the minimal varint of value_; 0 takes one byte.
 inline size_t varintSize(uint64_t value_) {
@@ -241,6 +432,39 @@ inline size_t varintSize(uint64_t value_) {
     value_ >>= varint_component_bits;
   } while (value_ != 0);
   return count;
+}
+
+// The minimal varint of value_ at pDst_, which ends just past it.
+// REQUIRES: varintSize(value_) bytes are writable at pDst_.
+inline void writeVarint(char*& pDst_, uint64_t value_) {
+  while ((value_ >> varint_component_bits) != 0) {
+    *pDst_++ = static_cast<char>((value_ & 0x7F) | 0x80);
+    value_ >>= varint_component_bits;
+  }
+  *pDst_++ = static_cast<char>(value_);
+}
+
+// value_ as a varint of exactly bytes_ bytes: its groups, then zero groups,
+// every byte but the last with the continuation bit, so that any reader
+// decodes it to the same value. It fills a length slot reserved before the
+// length was known.
+// REQUIRES: bytes_ bytes are writable at pDst_.
+// Postcondition: true with pDst_ advanced by bytes_; or, when the minimal
+// form is longer than bytes_, false with nothing written and pDst_ unchanged.
+inline bool writeFixedSizeVarint(char*& pDst_, uint64_t value_, unsigned bytes_) {
+  const size_t bytesNeeded = varintSize(value_);
+  if (bytesNeeded > bytes_) return false;
+  writeVarint(pDst_, value_);
+  size_t fill = bytes_ - bytesNeeded;
+  if (fill == 0) return true;
+  --pDst_;
+  while (fill-- != 0) {
+    *pDst_ = static_cast<char>(static_cast<unsigned char>(*pDst_) | 0x80);
+    ++pDst_;
+    *pDst_ = 0x00;
+  }
+  ++pDst_;
+  return true;
 }
 
 // Length of the tag varint at the start of a field's encoding: every byte up
