@@ -15,61 +15,55 @@ namespace {
 // is used while that stays within a few times the field count.
 bool denseFits(int maxNumber_, int fieldCount_) { return maxNumber_ <= 4 * fieldCount_ + 64; }
 
+void setLongDefault(field_entry& entry_, int64_t value_) {
+  entry_.defaultKind = default_long;
+  entry_.defaultLong = value_;
+}
+
+void setDoubleDefault(field_entry& entry_, double value_) {
+  entry_.defaultKind = default_double;
+  entry_.defaultDouble = value_;
+}
+
 void setDefault(field_entry& entry_, const FieldDescriptor& f_) {
   if (!f_.has_default_value()) return;
   entry_.flags |= field_has_default;
   switch (f_.cpp_type()) {
     case FieldDescriptor::CPPTYPE_INT32:
-      entry_.defaultKind = default_long;
-      entry_.defaultLong = f_.default_value_int32();
-      break;
+      return setLongDefault(entry_, f_.default_value_int32());
     case FieldDescriptor::CPPTYPE_INT64:
-      entry_.defaultKind = default_long;
-      entry_.defaultLong = f_.default_value_int64();
-      break;
+      return setLongDefault(entry_, f_.default_value_int64());
     case FieldDescriptor::CPPTYPE_UINT32:
-      entry_.defaultKind = default_long;
-      entry_.defaultLong = f_.default_value_uint32();
-      break;
+      return setLongDefault(entry_, f_.default_value_uint32());
     case FieldDescriptor::CPPTYPE_UINT64:
-      entry_.defaultKind = default_long;
-      entry_.defaultLong = static_cast<int64_t>(f_.default_value_uint64());
-      break;
-    case FieldDescriptor::CPPTYPE_DOUBLE:
-      entry_.defaultKind = default_double;
-      entry_.defaultDouble = f_.default_value_double();
-      break;
-    case FieldDescriptor::CPPTYPE_FLOAT:
-      entry_.defaultKind = default_double;
-      entry_.defaultDouble = f_.default_value_float();
-      break;
+      return setLongDefault(entry_, static_cast<int64_t>(f_.default_value_uint64()));
     case FieldDescriptor::CPPTYPE_BOOL:
-      entry_.defaultKind = default_long;
-      entry_.defaultLong = f_.default_value_bool() ? 1 : 0;
-      break;
+      return setLongDefault(entry_, f_.default_value_bool() ? 1 : 0);
+    case FieldDescriptor::CPPTYPE_DOUBLE:
+      return setDoubleDefault(entry_, f_.default_value_double());
+    case FieldDescriptor::CPPTYPE_FLOAT:
+      return setDoubleDefault(entry_, f_.default_value_float());
     case FieldDescriptor::CPPTYPE_ENUM: {
       // A default names one of the enum's values; should the library have
       // none to give, the field is treated as declaring no default.
       const google::protobuf::EnumValueDescriptor* value = f_.default_value_enum();
       if (value == nullptr) {
         entry_.flags &= static_cast<uint8_t>(~field_has_default);
-        break;
+        return;
       }
-      entry_.defaultKind = default_long;
-      entry_.defaultLong = value->number();
-      break;
+      return setLongDefault(entry_, value->number());
     }
     case FieldDescriptor::CPPTYPE_STRING: {
       const std::string& text = f_.default_value_string();
       entry_.defaultKind = default_string;
       entry_.defaultString = text.data();
       entry_.defaultStringLength = static_cast<uint32_t>(text.size());
-      break;
+      return;
     }
     default:
       // A message has no default; were one claimed, storing it fails the
       // parse, as a default of no known kind always has.
-      break;
+      return;
   }
 }
 
@@ -225,8 +219,7 @@ void table_builder::fill(type_table& t_) {
       e.flags |= field_message;
       e.nested = tableOf(f.message_type());
     }
-    e.entry.parent = e.entry.first_child = e.entry.next_sibling =
-        tarn_message_value_invalid_index;
+    e.entry.parent = e.entry.first_child = e.entry.next_sibling = tarn_message_value_invalid_index;
     e.entry.tag_bytes = e.name;
     e.entry.tag_length = e.nameLength;
     if (e.is(field_required)) e.entry.value_flags = tarn_message_value_set_entry_flag_required;
