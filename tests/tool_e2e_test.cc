@@ -4,61 +4,14 @@
 #ifdef TARNPB_PATH
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-
-#include <cstdio>
-#include <fstream>
-#include <sstream>
 
 #include "module_fixture.h"
+#include "tool_run.h"
 #include "wire.h"
 
 namespace {
 
-struct ToolRun {
-  int status;
-  std::string out, lastError;
-};
-
-std::string readFile(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path, std::ios::binary).rdbuf();
-  return text.str();
-}
-
-std::string quote(const std::string& path) { return "'" + path + "'"; }
-
-tarn_test::TempDir& scratch() {
-  static tarn_test::TempDir* pDir = new tarn_test::TempDir();
-  return *pDir;
-}
-
-// Runs tarnpb with the arguments (already shell-quoted where needed).
-ToolRun tarnpb(const std::string& args) {
-  const std::string errPath = scratch().path() + "/stderr";
-  const std::string command =
-      quote(TARNPB_PATH) + " " + args + " 2>" + quote(errPath) + " </dev/null";
-  ToolRun run{-1, "", ""};
-  std::FILE* pipe = ::popen(command.c_str(), "r");
-  if (pipe == nullptr) return run;
-  char chunk[4096];
-  for (size_t n; (n = std::fread(chunk, 1, sizeof chunk, pipe)) != 0;) run.out.append(chunk, n);
-  const int raw = ::pclose(pipe);
-  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
-  std::string err = readFile(errPath);
-  while (!err.empty() && err.back() == '\n') err.pop_back();
-  run.lastError = err.substr(err.rfind('\n') == std::string::npos ? 0 : err.rfind('\n') + 1);
-  return run;
-}
-
-const std::string examples = std::string(TARN_SOURCE_DIR) + "/examples";
-const std::string book =
-    "-q -I " + quote(examples) + " --proto market_data.proto --type tarn.example.BookSnapshot ";
-const std::string sample = "-q -I " + quote(std::string(TARN_SOURCE_DIR) + "/tests/data") +
-                           " --proto sample.proto --type tarn.test.Sample ";
-std::string file(const std::string& bytes) {
-  return quote(scratch().write(tarn_test::uniqueName("m"), bytes));
-}
+using namespace tool_run;
 
 TEST(Tool, BadInputsGiveOneClearLineAndTheirStatus) {
   const std::string missing = "/nonexistent/tarnpb-test.bin";
@@ -174,7 +127,7 @@ TEST(Tool, TraceIsPassedOnByteForByteWithinItsCapacity) {
 
 TEST(Tool, MergeAndSerializeWriteTheModulesBytes) {
   using wire::Body;
-  const std::string out = scratch().path() + "/out.bin";
+  const std::string out = scratchPath("out.bin");
   const ToolRun merged = tarnpb("merge -o " + quote(out) + " " + sample +
                                 file(Body().varint(1, 4).str(2, "b").msg(5, Body().str(1, "x"))) +
                                 " " + file(Body().msg(5, Body().str(1, "y"))));

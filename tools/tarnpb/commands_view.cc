@@ -54,8 +54,10 @@ tarn::tarn_xpath_hash_set findSet(const Args& args_, const Workbench& bench_,
   for (const auto& path : args_.all("find")) {
     const std::vector<std::string> names = splitPath(path);
     if (Schema::fieldAt(bench_.pRoot, names) == nullptr) {
-      throw ToolError(exit_usage,
-                      "--find " + path + ": " + bench_.config.type + " has no such field path");
+      const std::string close = Schema::closestPath(bench_.pRoot, names);
+      throw ToolError(exit_usage, "--find " + path + ": " + bench_.config.type +
+                                      " has no such field path" +
+                                      (close.empty() ? "" : " (did you mean " + close + "?)"));
     }
     uint32_t hash = tarn_host::default_base_hash;
     for (size_t i = 0; i < names.size(); ++i) {

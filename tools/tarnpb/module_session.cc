@@ -23,24 +23,6 @@ size_t maxTraceCapacity(size_t bodyLength_) {
 
 }  // namespace
 
-SchemaConfig SchemaConfig::fromArgs(const Args& args_) {
-  SchemaConfig config;
-  config.file = args_.get("proto");
-  if (config.file.empty()) throw ToolError(exit_usage, "a schema is needed: --proto FILE");
-  config.protoPaths = args_.all("proto-path");
-  if (config.protoPaths.empty()) {
-    const size_t slash = config.file.rfind('/');
-    if (slash == std::string::npos) {
-      config.protoPaths.push_back(".");
-    } else {
-      config.protoPaths.push_back(slash == 0 ? "/" : config.file.substr(0, slash));
-      config.file = config.file.substr(slash + 1);
-    }
-  }
-  config.type = args_.get("type");
-  return config;
-}
-
 ModuleSession::ModuleSession(const std::string& modulePath_, bool quiet_) : _quiet(quiet_) {
   tarn_host::Logger::echoToStderr(!quiet_);
   std::string error;
@@ -66,11 +48,8 @@ void ModuleSession::showQuietLines(size_t mark_) const {
 
 void ModuleSession::createContext(const SchemaConfig& config_) {
   tarn_host::ContextOptions options;
-  std::vector<std::string> paths;
-  for (const auto& dir : config_.protoPaths) paths.push_back(";" + dir);
-  for (const auto& path : paths) options.add("ProtoPath", path.c_str());
-  options.add("ProtoFile", config_.file.c_str());
-  options.add("Type", config_.type.c_str());
+  for (const auto& option : config_.moduleOptions())
+    options.add(option.first.c_str(), option.second.c_str());
   const size_t mark = tarn_host::Logger::mark();
   _context = api().create_context(options.get());
   showQuietLines(mark);

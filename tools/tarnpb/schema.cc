@@ -4,9 +4,11 @@
 #include <google/protobuf/text_format.h>
 #include <google/protobuf/util/message_differencer.h>
 
+#include <algorithm>
 #include <sstream>
 
 #include "cli.h"
+#include "did_you_mean.h"
 
 namespace tarnpb {
 
@@ -44,9 +46,10 @@ void collectTypes(const gp::Descriptor* type_, std::vector<std::string>& out_) {
 
 }  // namespace
 
-Schema::Schema(const std::vector<std::string>& protoPaths_, const std::string& file_)
+Schema::Schema(const std::vector<std::pair<std::string, std::string>>& protoPaths_,
+               const std::string& file_)
     : _errors(new ErrorCollector) {
-  for (const auto& dir : protoPaths_) _tree.MapPath("", dir);
+  for (const auto& path : protoPaths_) _tree.MapPath(path.first, path.second);
   _importer.reset(new gp::compiler::Importer(&_tree, _errors.get()));
   _pFile = _importer->Import(file_);
   if (_pFile == nullptr) {
@@ -64,9 +67,48 @@ std::vector<std::string> Schema::messageTypes() const {
   return names;
 }
 
+namespace {
+
+// The file and every file it imports, each once, the file first.
+std::vector<const gp::FileDescriptor*> closureOf(const gp::FileDescriptor* pFile_) {
+  std::vector<const gp::FileDescriptor*> files{pFile_};
+  for (size_t i = 0; i < files.size(); ++i) {
+    for (int d = 0; d < files[i]->dependency_count(); ++d) {
+      const gp::FileDescriptor* pDependency = files[i]->dependency(d);
+      if (std::find(files.begin(), files.end(), pDependency) == files.end())
+        files.push_back(pDependency);
+    }
+  }
+  return files;
+}
+
+}  // namespace
+
+std::vector<std::string> Schema::knownTypes() const {
+  std::vector<std::string> names;
+  for (const gp::FileDescriptor* pFile : closureOf(_pFile))
+    for (int i = 0; i < pFile->message_type_count(); ++i)
+      collectTypes(pFile->message_type(i), names);
+  return names;
+}
+
+std::vector<std::string> Schema::filesFrom(const std::string& dir_) const {
+  std::vector<std::string> files;
+  for (const gp::FileDescriptor* pFile : closureOf(_pFile)) {
+    std::string disk;
+    if (_tree.VirtualFileToDiskFile(pFile->name(), &disk) &&
+        disk.compare(0, dir_.size() + 1, dir_ + "/") == 0)
+      files.push_back(pFile->name());
+  }
+  return files;
+}
+
 const gp::Descriptor* Schema::type(const std::string& fullName_) const {
   const gp::Descriptor* pType = _importer->pool()->FindMessageTypeByName(fullName_);
   if (pType != nullptr) return pType;
+  const std::string close = didYouMean(fullName_, knownTypes());
+  if (!close.empty())
+    throw ToolError(exit_refused, "no message type " + fullName_ + " in " + _pFile->name() + close);
   std::string known;
   for (const auto& name : messageTypes()) known += (known.empty() ? "" : ", ") + name;
   throw ToolError(exit_refused, "no message type " + fullName_ + " in " + _pFile->name() +
@@ -130,6 +172,26 @@ const gp::FieldDescriptor* Schema::fieldAt(const gp::Descriptor* root_,
     pLevel = pField->message_type();
   }
   return pField;
+}
+
+std::string Schema::closestPath(const gp::Descriptor* root_,
+                                const std::vector<std::string>& names_) {
+  const gp::Descriptor* pLevel = root_;
+  std::string path;
+  for (const auto& name : names_) {
+    if (pLevel == nullptr) return "";
+    const gp::FieldDescriptor* pField = pLevel->FindFieldByName(name);
+    if (pField == nullptr) {
+      std::vector<std::string> fields;
+      for (int i = 0; i < pLevel->field_count(); ++i) fields.push_back(pLevel->field(i)->name());
+      const std::string close = closestName(name, fields);
+      if (close.empty()) return "";
+      pField = pLevel->FindFieldByName(close);
+    }
+    path += (path.empty() ? "" : ".") + pField->name();
+    pLevel = pField->message_type();
+  }
+  return path;
 }
 
 std::vector<std::string> splitPath(const std::string& path_) {

@@ -17,13 +17,20 @@ namespace tarnpb {
 
 class Schema {
  public:
-  // Imports file_ through protoPaths_ (each mapped as the root of the virtual
-  // tree, in order). Throws ToolError (refused) with the first import error.
-  Schema(const std::vector<std::string>& protoPaths_, const std::string& file_);
+  // Imports file_ through protoPaths_ (virtual directory and disk directory,
+  // mapped in order as the module maps its ProtoPath options). Throws
+  // ToolError (refused) with the first import error, as file:line:column
+  // counted from 1.
+  Schema(const std::vector<std::pair<std::string, std::string>>& protoPaths_,
+         const std::string& file_);
   ~Schema();
 
   // Every message type the file defines, nested ones included, by full name.
   std::vector<std::string> messageTypes() const;
+  // Every message type of the file and of the files it imports.
+  std::vector<std::string> knownTypes() const;
+  // The files of the import closure that were read from below dir_.
+  std::vector<std::string> filesFrom(const std::string& dir_) const;
   // The type by full name, or a ToolError (refused) listing the file's types.
   const google::protobuf::Descriptor* type(const std::string& fullName_) const;
   // The type the user means: fullName_, or the file's only top-level message
@@ -41,6 +48,12 @@ class Schema {
   bool sameMessage(const google::protobuf::Descriptor* type_, const std::string& a_,
                    const std::string& b_) const;
 
+  // A path close to names_ that does lead to a field, for "did you mean": each
+  // name not found replaced by the closest field name of its level. Empty when
+  // some name has none close.
+  static std::string closestPath(const google::protobuf::Descriptor* root_,
+                                 const std::vector<std::string>& names_);
+
   // The field reached by following names_ from root_, or null.
   static const google::protobuf::FieldDescriptor* fieldAt(const google::protobuf::Descriptor* root_,
                                                           const std::vector<std::string>& names_);
@@ -48,7 +61,7 @@ class Schema {
  private:
   struct ErrorCollector;
   std::unique_ptr<ErrorCollector> _errors;
-  google::protobuf::compiler::DiskSourceTree _tree;
+  mutable google::protobuf::compiler::DiskSourceTree _tree;
   std::unique_ptr<google::protobuf::compiler::Importer> _importer;
   const google::protobuf::FileDescriptor* _pFile = nullptr;
   mutable google::protobuf::DynamicMessageFactory _factory;

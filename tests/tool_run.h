@@ -1,0 +1,35 @@
+// Runs the built command-line host as a user runs it, for the end-to-end
+// tests: standard output, standard error (whole and its last line) and the
+// exit status (0 success, 1 refused by the module or the schema, 2 usage error).
+#ifndef TARN_TESTS_TOOL_RUN_H
+#define TARN_TESTS_TOOL_RUN_H
+
+#include <string>
+
+namespace tool_run {
+
+struct ToolRun {
+  int status;
+  std::string out, err, lastError;
+};
+
+// Runs tarnpb with the arguments (already shell-quoted where needed), with
+// the standard input from stdin_ (a file path) or /dev/null, in the working
+// directory cwd_ (empty: the test's own).
+ToolRun tarnpb(const std::string& args, const std::string& stdin_ = "/dev/null",
+               const std::string& cwd_ = "");
+
+std::string readFile(const std::string& path);
+std::string quote(const std::string& path);
+// A scratch file holding bytes, shell-quoted; it lives until the tests end.
+std::string file(const std::string& bytes);
+std::string scratchPath(const std::string& name);
+
+extern const std::string examples;
+// Common options naming the example book and the test schema's Sample.
+extern const std::string book;
+extern const std::string sample;
+
+}  // namespace tool_run
+
+#endif
