@@ -46,7 +46,8 @@ TEST(Tool, BadInputsGiveOneClearLineAndTheirStatus) {
        "(field 0 of tarn.test.Inner): the tag is cut off by the end of inner (1 byte left)"},
       {"decode " + book + quote(examples + "/market_data.proto"), 1,
        "tarnpb decode: " + examples +
-           "/market_data.proto is not a valid tarn.example.BookSnapshot in wire format"},
+           "/market_data.proto is not a valid tarn.example.BookSnapshot in wire format; the input "
+           "is text: tarnpb encode turns text format into wire format"},
   };
   for (const auto& c : cases) {
     const ToolRun run = tarnpb(c.args);

@@ -58,6 +58,7 @@ struct Parsed {
   std::unique_ptr<tarn_host::ValueSet> set;
   int status = 0;
   bool partial = false;
+  bool wide = false;  // show values the tree cuts whole, too
   std::map<uint32_t, std::string> knownPaths;
 
   ParseView view(const Workbench& bench_, const std::string& title_) const;
@@ -82,6 +83,11 @@ void showParse(std::FILE* pOut_, const Workbench& bench_, const Parsed& parsed_,
 // What the tool's own walk over body_ finds wrong, for the end of a line that
 // reports the module's refusal: "; at byte 7, ...".
 std::string refusalDetail(const Workbench& bench_, const std::string& body_);
+
+// Warns on standard error, as "tarnpb COMMAND: warning: ...", of the fields of
+// an accepted body whose wire type their declared type never has: the module
+// stores them all the same, so a body of another type passes unnoticed.
+void warnMisfits(const char* command_, const Workbench& bench_, const std::string& body_);
 
 // "parsed 12 messages ..." for --delimited runs.
 // extra_ (e.g. "812 entries") follows the byte count.

@@ -65,6 +65,7 @@ Parsed parseOrRefuse(const Workbench& bench_, const std::string& path_, bool tex
                                       std::to_string(parsed.status) + ")" +
                                       refusalDetail(bench_, parsed.body));
   }
+  warnMisfits(what_ == "message" ? "serialize" : "merge", bench_, parsed.body);
   return parsed;
 }
 

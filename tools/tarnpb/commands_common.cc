@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <regex>
 
+#include "body_check.h"
 #include "commands.h"
 #include "diagnose.h"
 #include "did_you_mean.h"
@@ -17,6 +18,10 @@ const std::vector<Command>& commands() {
 }
 
 namespace {
+
+// Fields that do not fit the schema, named one by one before the rest are
+// counted.
+const size_t max_misfits_shown = 3;
 
 // " (did you mean ...?)" when the module cannot find the type named and the
 // schema has one close to it; what the module says comes first all the same.
@@ -98,6 +103,7 @@ ParseView Parsed::view(const Workbench& bench_, const std::string& title_) const
   v.pSet = set.get();
   v.status = status;
   v.partial = partial;
+  v.wide = wide;
   v.pRoot = bench_.pRoot;
   v.pKnownPaths = &knownPaths;
   return v;
@@ -130,7 +136,17 @@ void showParse(std::FILE* pOut_, const Workbench& bench_, const Parsed& parsed_,
 }
 
 std::string refusalDetail(const Workbench& bench_, const std::string& body_) {
-  return "; " + diagnose(bench_.pRoot, body_).text();
+  const std::string verdict = notProtobufVerdict(body_);
+  return "; " + (verdict.empty() ? diagnose(bench_.pRoot, body_).text() : verdict);
+}
+
+void warnMisfits(const char* command_, const Workbench& bench_, const std::string& body_) {
+  size_t more = 0;
+  for (const auto& line : misfits(bench_.pRoot, body_, max_misfits_shown, more))
+    std::fprintf(stderr, "tarnpb %s: warning: %s\n", command_, line.c_str());
+  if (more != 0)
+    std::fprintf(stderr, "tarnpb %s: warning: and %zu more fields that do not fit the schema\n",
+                 command_, more);
 }
 
 std::string throughputLine(const char* verb_, size_t messages_, size_t refused_, size_t bytes_,

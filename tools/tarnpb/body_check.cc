@@ -1,0 +1,157 @@
+#include "body_check.h"
+
+#include <set>
+
+#include "modules/message_type/protobuf/wire_format.h"
+#include "text_util.h"
+#include "wire_walk.h"
+
+namespace tarnpb {
+
+namespace gp = google::protobuf;
+
+namespace {
+
+const char* wireTypeName(uint32_t wireType_) {
+  switch (wireType_) {
+    case VARINT:
+      return "0 (varint)";
+    case FIXED64:
+      return "1 (fixed64)";
+    case LENGTH_DELIMITED:
+      return "2 (length-delimited)";
+    case 3:
+      return "3 (group start)";
+    case 4:
+      return "4 (group end)";
+    default:
+      return "5 (fixed32)";
+  }
+}
+
+// "an int64", "a uint64": the type names that start with a vowel sound.
+std::string withArticle(const char* typeName_) {
+  return (typeName_[0] == 'i' || typeName_[0] == 'e' ? "an " : "a ") + std::string(typeName_);
+}
+
+// Whether a field of this declared type may arrive with this wire type: its
+// own, or a packed block for the types that pack.
+bool fits(const gp::FieldDescriptor* pField_, uint32_t wireType_) {
+  const field_travel travel = travelOf(pField_->type());
+  switch (wireType_) {
+    case VARINT:
+      return travel == travel_varint || travel == travel_zigzag;
+    case FIXED64:
+      return travel == travel_fixed64;
+    case FIXED32:
+      return travel == travel_fixed32;
+    case LENGTH_DELIMITED:
+      return travel == travel_length || (pField_->is_repeated() && travelsPacked(travel));
+    default:
+      return travel == travel_group;
+  }
+}
+
+// The walk over a body with its schema, calling visit_(field, wire, path) for
+// every field the schema declares, into nested messages that arrive as such,
+// as far as the bytes read as fields.
+template <typename Visit>
+void walk(const gp::Descriptor* pType_, const char* p_, const char* pEnd_, const std::string& path_,
+          unsigned depth_, Visit& visit_) {
+  WireField wire;
+  while (p_ < pEnd_ && nextField(p_, pEnd_, wire)) {
+    const gp::FieldDescriptor* pField = pType_->FindFieldByNumber(static_cast<int>(wire.number));
+    if (pField == nullptr) return;
+    const std::string path = path_ + pField->name();
+    if (!visit_(pField, wire, path)) return;
+    if (wire.wireType == LENGTH_DELIMITED && pField->type() == gp::FieldDescriptor::TYPE_MESSAGE &&
+        mayNest(depth_))
+      walk(pField->message_type(), wire.pPayload, wire.pPayload + wire.length, path + ".",
+           depth_ + 1, visit_);
+  }
+}
+
+}  // namespace
+
+size_t firstUnreadable(const std::string& body_) {
+  const char* p = body_.data();
+  const char* const pEnd = p + body_.size();
+  size_t open = 0;  // groups started and not yet ended
+  WireField wire;
+  while (p < pEnd) {
+    const char* const pStart = p;
+    if (!nextField(p, pEnd, wire) || wire.number == 0 || (wire.wireType == 4 && open == 0))
+      return static_cast<size_t>(pStart - body_.data());
+    if (wire.wireType == 3) ++open;
+    if (wire.wireType == 4) --open;
+  }
+  return open == 0 ? std::string::npos : body_.size();
+}
+
+bool looksLikeTextBody(const std::string& body_) {
+  if (body_.empty()) return false;
+  const auto* p = reinterpret_cast<const unsigned char*>(body_.data());
+  for (size_t i = 0; i < body_.size();) {
+    const unsigned char c = p[i];
+    if ((c >= 0x20 && c < 0x7F) || c == '\n' || c == '\t' || c == '\r') {
+      ++i;
+    } else if (const size_t n = utf8SequenceLength(p + i, body_.size() - i)) {
+      i += n;
+    } else {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::string notProtobufVerdict(const std::string& body_) {
+  if (looksLikeTextBody(body_)) {
+    return "the input is text, not wire format: if it is protobuf text format, add --text (or "
+           "name the file .txtpb)";
+  }
+  const size_t at = firstUnreadable(body_);
+  if (at == std::string::npos) return "";
+  return "the bytes are not protobuf wire format: read without a schema, byte " +
+         std::to_string(at) + " of " + std::to_string(body_.size()) +
+         " starts no field (tarnpb raw shows what reads)";
+}
+
+std::vector<std::string> misfits(const gp::Descriptor* root_, const std::string& body_,
+                                 size_t limit_, size_t& more_) {
+  std::vector<std::string> out;
+  more_ = 0;
+  const char* const pBody = body_.data();
+  auto visit = [&](const gp::FieldDescriptor* pField_, const WireField& wire_,
+                   const std::string& path_) {
+    if (fits(pField_, wire_.wireType)) return true;
+    if (out.size() == limit_) {
+      ++more_;
+      return true;
+    }
+    out.push_back("at byte " + std::to_string(wire_.pStart - pBody) + ", " + path_ + " (field " +
+                  std::to_string(pField_->number()) + " of " +
+                  pField_->containing_type()->full_name() + ", declared " + pField_->type_name() +
+                  ") arrives as wire type " + wireTypeName(wire_.wireType) + ", which " +
+                  withArticle(pField_->type_name()) + " never has: the body may not be a " +
+                  root_->full_name());
+    return true;
+  };
+  walk(root_, pBody, pBody + body_.size(), "", 0, visit);
+  return out;
+}
+
+std::vector<std::string> groupsIn(const gp::Descriptor* root_, const std::string& body_) {
+  std::vector<std::string> out;
+  std::set<std::string> seen;
+  auto visit = [&](const gp::FieldDescriptor* pField_, const WireField& wire_,
+                   const std::string& path_) {
+    if (wire_.wireType == 3 && pField_->type() == gp::FieldDescriptor::TYPE_GROUP &&
+        seen.insert(path_).second)
+      out.push_back(path_);
+    return true;
+  };
+  walk(root_, body_.data(), body_.data() + body_.size(), "", 0, visit);
+  return out;
+}
+
+}  // namespace tarnpb

@@ -1,0 +1,40 @@
+// What the tool can say about a body beyond the module's verdict: whether it
+// is protobuf wire format at all, whether it looks like text, and where a
+// body the module accepts does not fit its schema.
+#ifndef TARN_TOOLS_TARNPB_BODY_CHECK_H
+#define TARN_TOOLS_TARNPB_BODY_CHECK_H
+
+#include <google/protobuf/descriptor.h>
+
+#include <string>
+#include <vector>
+
+namespace tarnpb {
+
+// Read without a schema, the offset of the first byte that starts no field
+// (a varint cut off, a length past the end, wire type 6 or 7, a group end
+// without its start), or npos when the body reads as fields to its end.
+size_t firstUnreadable(const std::string& body_);
+
+// Whether the body is text rather than wire format: not empty, and nothing
+// but printable ASCII, white space and well-formed UTF-8.
+bool looksLikeTextBody(const std::string& body_);
+
+// A refused body's verdict before the tool's diagnosis, or empty: "the input
+// looks like text ..." or "the bytes are not protobuf wire format ...".
+std::string notProtobufVerdict(const std::string& body_);
+
+// Fields of a body the module accepted whose wire type their declared type
+// never has ("at byte 0, seconds (field 1 of google.protobuf.Timestamp, an
+// int64) arrives as wire type 2 (length-delimited)"), in body order, at most
+// limit_ of them; more_ counts the rest.
+std::vector<std::string> misfits(const google::protobuf::Descriptor* root_,
+                                 const std::string& body_, size_t limit_, size_t& more_);
+
+// The proto2 group fields the body holds (dotted paths), each once.
+std::vector<std::string> groupsIn(const google::protobuf::Descriptor* root_,
+                                  const std::string& body_);
+
+}  // namespace tarnpb
+
+#endif
