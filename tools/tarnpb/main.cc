@@ -10,6 +10,7 @@
 
 #include "commands.h"
 #include "host/module_loader.h"
+#include "self_docs.h"
 
 namespace {
 
@@ -47,6 +48,15 @@ int run(int argc_, char** argv_) {
   std::string name = argv_[1];
   if (name == "--version" || name == "version") {
     printVersion();
+    return tarnpb::exit_ok;
+  }
+  // For the build, which installs what these print.
+  if (name == "--man") {
+    std::fputs(tarnpb::manPage(TARNPB_VERSION).c_str(), stdout);
+    return tarnpb::exit_ok;
+  }
+  if (name == "--bash-completion") {
+    std::fputs(tarnpb::bashCompletion().c_str(), stdout);
     return tarnpb::exit_ok;
   }
   std::vector<std::string> rest(argv_ + 2, argv_ + argc_);
