@@ -155,6 +155,34 @@ TEST(ToolOutput, BodiesThatDoNotFitTheirSchemaAreNamed) {
   }
 }
 
+// The schema-less view reads as protoc --decode_raw does, on real schemas'
+// descriptor sets too.
+TEST(ToolOutput, RawViewReadsAsProtocDecodeRaw) {
+  if (std::system("protoc --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "no protoc";
+  const std::string set = scratchPath("set.pb");
+  ASSERT_EQ(0, std::system(("protoc -I " + quote(examples) + " --include_imports -o " + quote(set) +
+                            " market_data.proto")
+                               .c_str()));
+  const std::string bodies[] = {
+      readFile(set),
+      wire::fromHex("08 01 13 18 05 14 2A 00 35 00 00 80 3E 11 01 02 03 04 05 06 07 08"),
+      Body().str(2, std::string("a\0\xC3\xA9\"'\\", 7)).varint(3, ~uint64_t{0}).bytes(),
+  };
+  for (const auto& body : bodies) {
+    const std::string path = file(body);
+    const std::string protoc = scratchPath("protoc.out");
+    std::system(("protoc --decode_raw <" + path + " >" + quote(protoc)).c_str());
+    const ToolRun run = tarnpb("raw " + path);
+    EXPECT_EQ(0, run.status) << run.err;
+    EXPECT_EQ(readFile(protoc), run.out);
+  }
+  const ToolRun bad = tarnpb("raw " + file("\x08"));
+  EXPECT_EQ(1, bad.status);
+  EXPECT_NE(std::string::npos,
+            bad.lastError.find(" is not protobuf wire format: byte 0 of 1 starts no field"))
+      << bad.lastError;
+}
+
 }  // namespace
 
 #endif

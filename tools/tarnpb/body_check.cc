@@ -73,19 +73,19 @@ void walk(const gp::Descriptor* pType_, const char* p_, const char* pEnd_, const
 
 }  // namespace
 
-size_t firstUnreadable(const std::string& body_) {
-  const char* p = body_.data();
-  const char* const pEnd = p + body_.size();
+size_t firstUnreadable(const char* pBody_, size_t length_) {
+  const char* p = pBody_;
+  const char* const pEnd = p + length_;
   size_t open = 0;  // groups started and not yet ended
   WireField wire;
   while (p < pEnd) {
     const char* const pStart = p;
     if (!nextField(p, pEnd, wire) || wire.number == 0 || (wire.wireType == 4 && open == 0))
-      return static_cast<size_t>(pStart - body_.data());
+      return static_cast<size_t>(pStart - pBody_);
     if (wire.wireType == 3) ++open;
     if (wire.wireType == 4) --open;
   }
-  return open == 0 ? std::string::npos : body_.size();
+  return open == 0 ? std::string::npos : length_;
 }
 
 bool looksLikeTextBody(const std::string& body_) {

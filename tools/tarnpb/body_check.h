@@ -14,7 +14,10 @@ namespace tarnpb {
 // Read without a schema, the offset of the first byte that starts no field
 // (a varint cut off, a length past the end, wire type 6 or 7, a group end
 // without its start), or npos when the body reads as fields to its end.
-size_t firstUnreadable(const std::string& body_);
+size_t firstUnreadable(const char* pBody_, size_t length_);
+inline size_t firstUnreadable(const std::string& body_) {
+  return firstUnreadable(body_.data(), body_.size());
+}
 
 // Whether the body is text rather than wire format: not empty, and nothing
 // but printable ASCII, white space and well-formed UTF-8.

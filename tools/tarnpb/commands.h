@@ -30,6 +30,7 @@ Command mergeCommand();
 Command serializeCommand();
 Command encodeCommand();
 Command decodeCommand();
+Command rawCommand();
 Command demoCommand();
 
 // The module with a context for the schema, and the tool's own view of the

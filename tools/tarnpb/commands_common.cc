@@ -13,7 +13,7 @@ namespace tarnpb {
 const std::vector<Command>& commands() {
   static const std::vector<Command> all = {parseCommand(),     traceCommand(),  mergeCommand(),
                                            serializeCommand(), encodeCommand(), decodeCommand(),
-                                           demoCommand()};
+                                           rawCommand(),       demoCommand()};
   return all;
 }
 
