@@ -15,11 +15,7 @@ using namespace tool_run;
 
 TEST(Tool, BadInputsGiveOneClearLineAndTheirStatus) {
   const std::string missing = "/nonexistent/tarnpb-test.bin";
-  const struct {
-    std::string args;
-    int status;
-    std::string lastError;
-  } cases[] = {
+  expectLastLines({
       {"frobnicate", 2, "tarnpb: unknown command 'frobnicate' (see tarnpb --help)"},
       {"parse --bogus x", 2, "tarnpb parse: unknown option --bogus (see tarnpb parse --help)"},
       {"parse x", 2, "tarnpb parse: a schema is needed: --proto FILE"},
@@ -48,12 +44,7 @@ TEST(Tool, BadInputsGiveOneClearLineAndTheirStatus) {
        "tarnpb decode: " + examples +
            "/market_data.proto is not a valid tarn.example.BookSnapshot in wire format; the input "
            "is text: tarnpb encode turns text format into wire format"},
-  };
-  for (const auto& c : cases) {
-    const ToolRun run = tarnpb(c.args);
-    EXPECT_EQ(c.status, run.status) << c.args;
-    EXPECT_EQ(c.lastError, run.lastError) << c.args;
-  }
+  });
 }
 
 TEST(Tool, ParseJsonNamesEveryEntry) {

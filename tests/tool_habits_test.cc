@@ -75,16 +75,9 @@ TEST(ToolHabits, ModuleByPlainFileName) {
 }
 
 TEST(ToolHabits, MistakesNameWhatWasMeant) {
-  const std::string bad = scratchPath("bad.proto");
-  std::FILE* f = std::fopen(bad.c_str(), "w");
-  std::fputs("syntax = \"proto3\";\nmessage A {\n  int32 x = 1\n}\n", f);
-  std::fclose(f);
+  writeScratch("bad.proto", "syntax = \"proto3\";\nmessage A {\n  int32 x = 1\n}\n");
   const std::string data = " -q -I " + quote(std::string(TARN_SOURCE_DIR) + "/tests/data");
-  const struct {
-    std::string args;
-    int status;
-    std::string lastError;
-  } cases[] = {
+  expectLastLines({
       {"parse --protp x", 2, "tarnpb parse: unknown option --protp (did you mean --proto?)"},
       {"parse -x x", 2, "tarnpb parse: unknown option -x (see tarnpb parse --help)"},
       {"parse" + data + " --proto sample.proto -t tarn.test.Sampel x", 1,
@@ -102,12 +95,7 @@ TEST(ToolHabits, MistakesNameWhatWasMeant) {
        "tarnpb parse: the module refused the schema: bad.proto:4:1: Expected \";\"."},
       {"parse -q --proto /nowhere/x.proto -I /usr/include x", 2,
        "tarnpb parse: --proto /nowhere/x.proto lies under none of the --proto-path directories"},
-  };
-  for (const auto& c : cases) {
-    const ToolRun run = tarnpb(c.args);
-    EXPECT_EQ(c.status, run.status) << c.args;
-    EXPECT_EQ(c.lastError, run.lastError) << c.args;
-  }
+  });
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "tool_run.h"
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <cstdio>
@@ -23,6 +24,20 @@ std::string readFile(const std::string& path) {
   std::ostringstream text;
   text << std::ifstream(path, std::ios::binary).rdbuf();
   return text.str();
+}
+
+void expectLastLines(const std::vector<LastLine>& cases) {
+  for (const auto& c : cases) {
+    const ToolRun run = tarnpb(c.args);
+    EXPECT_EQ(c.status, run.status) << c.args;
+    EXPECT_EQ(c.lastError, run.lastError) << c.args;
+  }
+}
+
+std::string writeScratch(const std::string& name, const std::string& text) {
+  const std::string path = scratchPath(name);
+  std::ofstream(path, std::ios::binary) << text;
+  return path;
 }
 
 std::string quote(const std::string& path) { return "'" + path + "'"; }

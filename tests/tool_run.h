@@ -5,6 +5,7 @@
 #define TARN_TESTS_TOOL_RUN_H
 
 #include <string>
+#include <vector>
 
 namespace tool_run {
 
@@ -19,7 +20,19 @@ struct ToolRun {
 ToolRun tarnpb(const std::string& args, const std::string& stdin_ = "/dev/null",
                const std::string& cwd_ = "");
 
+// One run and what it must end with: its exit status and the last line of
+// its standard error ("" when it writes none).
+struct LastLine {
+  std::string args;
+  int status;
+  std::string lastError;
+};
+// Runs every case and checks both.
+void expectLastLines(const std::vector<LastLine>& cases);
+
 std::string readFile(const std::string& path);
+// Writes text to a scratch file of that name; returns its path.
+std::string writeScratch(const std::string& name, const std::string& text);
 std::string quote(const std::string& path);
 // A scratch file holding bytes, shell-quoted; it lives until the tests end.
 std::string file(const std::string& bytes);

@@ -12,23 +12,6 @@ namespace gp = google::protobuf;
 
 namespace {
 
-const char* wireTypeName(uint32_t wireType_) {
-  switch (wireType_) {
-    case VARINT:
-      return "0 (varint)";
-    case FIXED64:
-      return "1 (fixed64)";
-    case LENGTH_DELIMITED:
-      return "2 (length-delimited)";
-    case 3:
-      return "3 (group start)";
-    case 4:
-      return "4 (group end)";
-    default:
-      return "5 (fixed32)";
-  }
-}
-
 // "an int64", "a uint64": the type names that start with a vowel sound.
 std::string withArticle(const char* typeName_) {
   return (typeName_[0] == 'i' || typeName_[0] == 'e' ? "an " : "a ") + std::string(typeName_);
