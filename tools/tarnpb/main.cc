@@ -24,7 +24,8 @@ void printUsage(std::FILE* pOut_) {
   std::fprintf(pOut_,
                "\n'tarnpb COMMAND --help' describes a command, 'tarnpb --version' the builds\n"
                "in use. Common options: --proto FILE, --proto-path DIR (repeatable),\n"
-               "--type NAME, --module PATH, --quiet.\n"
+               "--type NAME, --option KEY=VALUE (a server's configuration, verbatim),\n"
+               "--module PATH, --quiet. 'man tarnpb' has every command in one page.\n"
                "The module's log lines go to standard error with their level names.\n"
                "exit status: 0 success, 1 refused by the module or the schema, 2 usage error\n");
 }
