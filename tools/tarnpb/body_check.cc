@@ -35,22 +35,34 @@ bool fits(const gp::FieldDescriptor* pField_, uint32_t wireType_) {
   }
 }
 
-// The walk over a body with its schema, calling visit_(field, wire, path) for
-// every field the schema declares, into nested messages that arrive as such,
-// as far as the bytes read as fields.
+// The fields from the root down to the one visited.
+typedef std::vector<const gp::FieldDescriptor*> FieldStack;
+
+// "a.b.c" for a field stack. Built only for what is reported: the walk itself
+// allocates nothing per field.
+std::string pathOf(const FieldStack& stack_) {
+  std::string path;
+  for (const gp::FieldDescriptor* pField : stack_)
+    path += (path.empty() ? "" : ".") + pField->name();
+  return path;
+}
+
+// The walk over a body with its schema, calling visit_(wire, stack) for every
+// field the schema declares (the last of stack), into nested messages that
+// arrive as such, as far as the bytes read as fields.
 template <typename Visit>
-void walk(const gp::Descriptor* pType_, const char* p_, const char* pEnd_, const std::string& path_,
-          unsigned depth_, Visit& visit_) {
+void walk(const gp::Descriptor* pType_, const char* p_, const char* pEnd_, FieldStack& stack_,
+          Visit& visit_) {
   WireField wire;
   while (p_ < pEnd_ && nextField(p_, pEnd_, wire)) {
     const gp::FieldDescriptor* pField = pType_->FindFieldByNumber(static_cast<int>(wire.number));
     if (pField == nullptr) return;
-    const std::string path = path_ + pField->name();
-    if (!visit_(pField, wire, path)) return;
+    stack_.push_back(pField);
+    visit_(wire, stack_);
     if (wire.wireType == LENGTH_DELIMITED && pField->type() == gp::FieldDescriptor::TYPE_MESSAGE &&
-        mayNest(depth_))
-      walk(pField->message_type(), wire.pPayload, wire.pPayload + wire.length, path + ".",
-           depth_ + 1, visit_);
+        mayNest(static_cast<unsigned>(stack_.size() - 1)))
+      walk(pField->message_type(), wire.pPayload, wire.pPayload + wire.length, stack_, visit_);
+    stack_.pop_back();
   }
 }
 
@@ -104,36 +116,35 @@ std::vector<std::string> misfits(const gp::Descriptor* root_, const std::string&
   std::vector<std::string> out;
   more_ = 0;
   const char* const pBody = body_.data();
-  auto visit = [&](const gp::FieldDescriptor* pField_, const WireField& wire_,
-                   const std::string& path_) {
-    if (fits(pField_, wire_.wireType)) return true;
+  auto visit = [&](const WireField& wire_, const FieldStack& stack_) {
+    const gp::FieldDescriptor* pField = stack_.back();
+    if (fits(pField, wire_.wireType)) return;
     if (out.size() == limit_) {
       ++more_;
-      return true;
+      return;
     }
-    out.push_back("at byte " + std::to_string(wire_.pStart - pBody) + ", " + path_ + " (field " +
-                  std::to_string(pField_->number()) + " of " +
-                  pField_->containing_type()->full_name() + ", declared " + pField_->type_name() +
+    out.push_back("at byte " + std::to_string(wire_.pStart - pBody) + ", " + pathOf(stack_) +
+                  " (field " + std::to_string(pField->number()) + " of " +
+                  pField->containing_type()->full_name() + ", declared " + pField->type_name() +
                   ") arrives as wire type " + wireTypeName(wire_.wireType) + ", which " +
-                  withArticle(pField_->type_name()) + " never has: the body may not be a " +
+                  withArticle(pField->type_name()) + " never has: the body may not be a " +
                   root_->full_name());
-    return true;
   };
-  walk(root_, pBody, pBody + body_.size(), "", 0, visit);
+  FieldStack stack;
+  walk(root_, pBody, pBody + body_.size(), stack, visit);
   return out;
 }
 
 std::vector<std::string> groupsIn(const gp::Descriptor* root_, const std::string& body_) {
   std::vector<std::string> out;
   std::set<std::string> seen;
-  auto visit = [&](const gp::FieldDescriptor* pField_, const WireField& wire_,
-                   const std::string& path_) {
-    if (wire_.wireType == 3 && pField_->type() == gp::FieldDescriptor::TYPE_GROUP &&
-        seen.insert(path_).second)
-      out.push_back(path_);
-    return true;
+  auto visit = [&](const WireField& wire_, const FieldStack& stack_) {
+    if (wire_.wireType == 3 && stack_.back()->type() == gp::FieldDescriptor::TYPE_GROUP &&
+        seen.insert(pathOf(stack_)).second)
+      out.push_back(pathOf(stack_));
   };
-  walk(root_, body_.data(), body_.data() + body_.size(), "", 0, visit);
+  FieldStack stack;
+  walk(root_, body_.data(), body_.data() + body_.size(), stack, visit);
   return out;
 }
 
