@@ -111,41 +111,30 @@ std::string notProtobufVerdict(const std::string& body_) {
          " starts no field (tarnpb raw shows what reads)";
 }
 
-std::vector<std::string> misfits(const gp::Descriptor* root_, const std::string& body_,
-                                 size_t limit_, size_t& more_) {
-  std::vector<std::string> out;
-  more_ = 0;
+BodyFit checkFit(const gp::Descriptor* root_, const std::string& body_, size_t limit_) {
+  BodyFit fit;
+  std::set<std::string> seenGroups;
   const char* const pBody = body_.data();
   auto visit = [&](const WireField& wire_, const FieldStack& stack_) {
     const gp::FieldDescriptor* pField = stack_.back();
+    if (wire_.wireType == 3 && pField->type() == gp::FieldDescriptor::TYPE_GROUP &&
+        seenGroups.insert(pathOf(stack_)).second)
+      fit.groups.push_back(pathOf(stack_));
     if (fits(pField, wire_.wireType)) return;
-    if (out.size() == limit_) {
-      ++more_;
+    if (fit.misfits.size() == limit_) {
+      ++fit.moreMisfits;
       return;
     }
-    out.push_back("at byte " + std::to_string(wire_.pStart - pBody) + ", " + pathOf(stack_) +
-                  " (field " + std::to_string(pField->number()) + " of " +
-                  pField->containing_type()->full_name() + ", declared " + pField->type_name() +
-                  ") arrives as wire type " + wireTypeName(wire_.wireType) + ", which " +
-                  withArticle(pField->type_name()) + " never has: the body may not be a " +
-                  root_->full_name());
+    fit.misfits.push_back(
+        "at byte " + std::to_string(wire_.pStart - pBody) + ", " + pathOf(stack_) + " (field " +
+        std::to_string(pField->number()) + " of " + pField->containing_type()->full_name() +
+        ", declared " + pField->type_name() + ") arrives as wire type " +
+        wireTypeName(wire_.wireType) + ", which " + withArticle(pField->type_name()) +
+        " never has: the body may not be a " + root_->full_name());
   };
   FieldStack stack;
   walk(root_, pBody, pBody + body_.size(), stack, visit);
-  return out;
-}
-
-std::vector<std::string> groupsIn(const gp::Descriptor* root_, const std::string& body_) {
-  std::vector<std::string> out;
-  std::set<std::string> seen;
-  auto visit = [&](const WireField& wire_, const FieldStack& stack_) {
-    if (wire_.wireType == 3 && stack_.back()->type() == gp::FieldDescriptor::TYPE_GROUP &&
-        seen.insert(pathOf(stack_)).second)
-      out.push_back(pathOf(stack_));
-  };
-  FieldStack stack;
-  walk(root_, body_.data(), body_.data() + body_.size(), stack, visit);
-  return out;
+  return fit;
 }
 
 }  // namespace tarnpb

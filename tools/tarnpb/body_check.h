@@ -27,16 +27,18 @@ bool looksLikeTextBody(const std::string& body_);
 // looks like text ..." or "the bytes are not protobuf wire format ...".
 std::string notProtobufVerdict(const std::string& body_);
 
-// Fields of a body the module accepted whose wire type their declared type
-// never has ("at byte 0, seconds (field 1 of google.protobuf.Timestamp, an
-// int64) arrives as wire type 2 (length-delimited)"), in body order, at most
-// limit_ of them; more_ counts the rest.
-std::vector<std::string> misfits(const google::protobuf::Descriptor* root_,
-                                 const std::string& body_, size_t limit_, size_t& more_);
-
-// The proto2 group fields the body holds (dotted paths), each once.
-std::vector<std::string> groupsIn(const google::protobuf::Descriptor* root_,
-                                  const std::string& body_);
+// What a schema-guided walk finds in a body the module accepted: the fields
+// whose wire type their declared type never has ("at byte 0, seconds (field 1
+// of google.protobuf.Timestamp, declared int64) arrives as wire type 2
+// (length-delimited), ..."), in body order, at most the limit asked for, with
+// the rest counted; and the proto2 groups it holds (dotted paths, each once).
+struct BodyFit {
+  std::vector<std::string> misfits;
+  size_t moreMisfits = 0;
+  std::vector<std::string> groups;
+};
+BodyFit checkFit(const google::protobuf::Descriptor* root_, const std::string& body_,
+                 size_t limit_);
 
 }  // namespace tarnpb
 

@@ -4,11 +4,13 @@
 #define TARN_TOOLS_TARNPB_COMMANDS_H
 
 #include <cstdio>
+#include <future>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "body_check.h"
 #include "cli.h"
 #include "module_session.h"
 #include "printers.h"
@@ -85,10 +87,13 @@ void showParse(std::FILE* pOut_, const Workbench& bench_, const Parsed& parsed_,
 // reports the module's refusal: "; at byte 7, ...".
 std::string refusalDetail(const Workbench& bench_, const std::string& body_);
 
+// The schema-guided check of an accepted body (body_check.h), started on a
+// thread of its own beside the module's work; body_ must outlive the result.
+std::future<BodyFit> startFitCheck(const Workbench& bench_, const std::string& body_);
 // Warns on standard error, as "tarnpb COMMAND: warning: ...", of the fields of
 // an accepted body whose wire type their declared type never has: the module
 // stores them all the same, so a body of another type passes unnoticed.
-void warnMisfits(const char* command_, const Workbench& bench_, const std::string& body_);
+void warnMisfits(const char* command_, const BodyFit& fit_);
 
 // "parsed 12 messages ..." for --delimited runs.
 // extra_ (e.g. "812 entries") follows the byte count.

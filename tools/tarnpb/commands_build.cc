@@ -56,16 +56,16 @@ std::FILE* deliver(const Args& args_, const std::string& body_, const std::strin
   return stdout;
 }
 
-Parsed parseOrRefuse(const Workbench& bench_, const std::string& path_, bool text_,
-                     const std::string& what_) {
-  Parsed parsed = parseWith(bench_, bench_.loadMessage(path_, text_));
+Parsed parseOrRefuse(const Workbench& bench_, const std::string& body_, const std::string& what_) {
+  std::future<BodyFit> fit = startFitCheck(bench_, body_);
+  Parsed parsed = parseWith(bench_, body_);
   if (parsed.status != TARN_SUCCESS) {
     showParse(stderr, bench_, parsed, what_, false);
     throw ToolError(exit_refused, "the module refused the " + what_ + " (status " +
                                       std::to_string(parsed.status) + ")" +
                                       refusalDetail(bench_, parsed.body));
   }
-  warnMisfits(what_ == "message" ? "serialize" : "merge", bench_, parsed.body);
+  warnMisfits(what_ == "message" ? "serialize" : "merge", fit.get());
   return parsed;
 }
 
@@ -101,8 +101,10 @@ int runMergeCommand(const Args& args_) {
   {
     // The update's value set is dropped and the stored one's storage parses
     // the result: at most two are held at once.
-    Parsed stored = parseOrRefuse(*bench, args_.positional()[0], text, "stored message");
-    Parsed update = parseOrRefuse(*bench, args_.positional()[1], text, "update message");
+    Parsed stored =
+        parseOrRefuse(*bench, bench->loadMessage(args_.positional()[0], text), "stored message");
+    Parsed update =
+        parseOrRefuse(*bench, bench->loadMessage(args_.positional()[1], text), "update message");
     warnings = mergeDepartures(bench->pRoot, stored.body, update.body);
     storedBytes = stored.body.size();
     updateBytes = update.body.size();
@@ -158,7 +160,13 @@ int runMergeCommand(const Args& args_) {
 
 int runSerialize(const Args& args_) {
   auto bench = Workbench::open(args_);
-  Parsed parsed = parseOrRefuse(*bench, args_.positional()[0], args_.has("text"), "message");
+  const std::string input = bench->loadMessage(args_.positional()[0], args_.has("text"));
+  // libprotobuf's reading of the input needs nothing of the module's: it runs
+  // beside the module's parse and rebuild, and its rebuild's reading beside
+  // the module's parse of that.
+  std::future<std::unique_ptr<google::protobuf::Message>> original =
+      std::async(std::launch::async, [&] { return bench->schema->read(bench->pRoot, input); });
+  Parsed parsed = parseOrRefuse(*bench, input, "message");
   auto list = std::make_unique<tarn_host::ValueList>();
   list->build(*parsed.set);
 
@@ -188,11 +196,8 @@ int runSerialize(const Args& args_) {
   list.reset();
 
   std::FILE* pOut = deliver(args_, buffer, "rebuilt message");
-  // libprotobuf's reading of both bodies needs nothing of the module's: it
-  // runs beside the module's parse of the rebuild and the printing of it.
-  std::future<bool> same = std::async(std::launch::async, [&] {
-    return bench->schema->sameMessage(bench->pRoot, parsed.body, buffer);
-  });
+  std::future<bool> same = std::async(
+      std::launch::async, [&] { return bench->schema->sameMessage(original.get().get(), buffer); });
   const bool json = args_.has("json"), view = args_.has("view");
   int againStatus;
   {

@@ -140,13 +140,19 @@ std::string refusalDetail(const Workbench& bench_, const std::string& body_) {
   return "; " + (verdict.empty() ? diagnose(bench_.pRoot, body_).text() : verdict);
 }
 
-void warnMisfits(const char* command_, const Workbench& bench_, const std::string& body_) {
-  size_t more = 0;
-  for (const auto& line : misfits(bench_.pRoot, body_, max_misfits_shown, more))
+std::future<BodyFit> startFitCheck(const Workbench& bench_, const std::string& body_) {
+  const google::protobuf::Descriptor* pRoot = bench_.pRoot;
+  return std::async(std::launch::async,
+                    [pRoot, &body_] { return checkFit(pRoot, body_, max_misfits_shown); });
+}
+
+void warnMisfits(const char* command_, const BodyFit& fit_) {
+  for (const auto& line : fit_.misfits)
     std::fprintf(stderr, "tarnpb %s: warning: %s\n", command_, line.c_str());
-  if (more != 0)
+  if (fit_.moreMisfits != 0) {
     std::fprintf(stderr, "tarnpb %s: warning: and %zu more fields that do not fit the schema\n",
-                 command_, more);
+                 command_, fit_.moreMisfits);
+  }
 }
 
 std::string throughputLine(const char* verb_, size_t messages_, size_t refused_, size_t bytes_,

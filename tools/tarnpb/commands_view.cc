@@ -114,13 +114,14 @@ int runParse(const Args& args_) {
                         detail);
   }
 
-  Parsed parsed =
-      parseWith(*bench, bench->loadMessage(args_.positional()[0], args_.has("text")), pFind);
+  const std::string body = bench->loadMessage(args_.positional()[0], args_.has("text"));
+  std::future<BodyFit> fit = startFitCheck(*bench, body);
+  Parsed parsed = parseWith(*bench, body, pFind);
   parsed.knownPaths = paths;
   parsed.wide = args_.has("wide");
   showParse(stdout, *bench, parsed, "", args_.has("json"));
   std::fflush(stdout);
-  if (parsed.status == TARN_SUCCESS) warnMisfits("parse", *bench, parsed.body);
+  if (parsed.status == TARN_SUCCESS) warnMisfits("parse", fit.get());
   if (parsed.status != TARN_SUCCESS) {
     throw ToolError(exit_refused, "the module refused the message (status " +
                                       std::to_string(parsed.status) + ") after storing " +
@@ -173,6 +174,7 @@ int runTrace(const Args& args_) {
   }
 
   const std::string body = bench->loadMessage(args_.positional()[0], args_.has("text"));
+  std::future<BodyFit> fitting = startFitCheck(*bench, body);
   std::string text;
   int status = TARN_SUCCESS;
   if (fixed) {
@@ -183,12 +185,13 @@ int runTrace(const Args& args_) {
   const size_t written = text.size();
   writeTrace(args_, text);
   std::fflush(stdout);
-  warnMisfits("trace", *bench, body);
+  const BodyFit fit = fitting.get();
+  warnMisfits("trace", fit);
   // The module traces any bytes; text read as wire format gives nonsense.
   if (!args_.has("text") && !looksLikeText(args_.positional()[0]) && looksLikeTextBody(body)) {
     std::fprintf(stderr, "tarnpb trace: note: %s\n", notProtobufVerdict(body).c_str());
   }
-  for (const auto& group : groupsIn(bench->pRoot, body)) {
+  for (const auto& group : fit.groups) {
     std::fprintf(stderr,
                  "tarnpb trace: note: %s is a proto2 group, which the trace does not show as a "
                  "structure: its start and end tags each leave the key \"%s\" with nothing "

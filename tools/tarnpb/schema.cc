@@ -152,13 +152,18 @@ bool Schema::decode(const gp::Descriptor* type_, const std::string& wire_,
   return gp::TextFormat::PrintToString(*message, &text_);
 }
 
-bool Schema::sameMessage(const gp::Descriptor* type_, const std::string& a_,
-                         const std::string& b_) const {
+std::unique_ptr<gp::Message> Schema::read(const gp::Descriptor* type_,
+                                          const std::string& wire_) const {
+  std::unique_ptr<gp::Message> message(_factory.GetPrototype(type_)->New());
+  if (!message->ParsePartialFromString(wire_)) message.reset();
+  return message;
+}
+
+bool Schema::sameMessage(const gp::Message* a_, const std::string& b_) const {
+  if (a_ == nullptr) return false;
+  const std::unique_ptr<gp::Message> b = read(a_->GetDescriptor(), b_);
   // Compared field by field: cheaper than writing both out again.
-  std::unique_ptr<gp::Message> a(_factory.GetPrototype(type_)->New());
-  std::unique_ptr<gp::Message> b(_factory.GetPrototype(type_)->New());
-  if (!a->ParsePartialFromString(a_) || !b->ParsePartialFromString(b_)) return false;
-  return gp::util::MessageDifferencer::Equals(*a, *b);
+  return b != nullptr && gp::util::MessageDifferencer::Equals(*a_, *b);
 }
 
 const gp::FieldDescriptor* Schema::fieldAt(const gp::Descriptor* root_,

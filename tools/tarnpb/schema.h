@@ -44,9 +44,11 @@ class Schema {
   // Wire format to text format. Returns false when libprotobuf cannot read it.
   bool decode(const google::protobuf::Descriptor* type_, const std::string& wire_,
               std::string& text_) const;
-  // Whether libprotobuf reads both bodies as the same message.
-  bool sameMessage(const google::protobuf::Descriptor* type_, const std::string& a_,
-                   const std::string& b_) const;
+  // libprotobuf's reading of a body, or null when it cannot read it.
+  std::unique_ptr<google::protobuf::Message> read(const google::protobuf::Descriptor* type_,
+                                                  const std::string& wire_) const;
+  // Whether libprotobuf reads b_ as the message a_ (null: never the same).
+  bool sameMessage(const google::protobuf::Message* a_, const std::string& b_) const;
 
   // A path close to names_ that does lead to a field, for "did you mean": each
   // name not found replaced by the closest field name of its level. Empty when
