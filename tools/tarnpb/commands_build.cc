@@ -40,8 +40,8 @@ class GuardedRoom {
 };
 
 // Where a rebuilt body goes: -o FILE, the standard output when it is not a
-// terminal, or nowhere (shown as hex instead). The parsed view goes to the
-// standard output, or to standard error while the body occupies it.
+// terminal, or nowhere (shown as hex instead). The summary (and --view) goes
+// to the standard output, or to standard error while the body occupies it.
 std::FILE* deliver(const Args& args_, const std::string& body_, const std::string& what_) {
   if (args_.has("output")) {
     writeOutput(args_.get("output"), body_);
@@ -276,8 +276,8 @@ Command serializeCommand() {
            "Every entry with bytes becomes one value at its depth, a packed field once. A\n"
            "message with a member that carries bytes opens a submessage, whose length the\n"
            "module writes as a four-byte varint; an empty one, or one of defaults only,\n"
-           "goes whole as a plain value. The result is shown parsed, with whether\n"
-           "libprotobuf reads it as the input message.",
+           "goes whole as a plain value. A summary says whether libprotobuf reads the\n"
+           "result as the input message; --view shows it parsed by the module.",
            buildOptions(), 1, 1},
           runSerialize};
 }
