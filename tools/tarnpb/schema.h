@@ -44,11 +44,11 @@ class Schema {
   // Wire format to text format. Returns false when libprotobuf cannot read it.
   bool decode(const google::protobuf::Descriptor* type_, const std::string& wire_,
               std::string& text_) const;
-  // libprotobuf's reading of a body, or null when it cannot read it.
-  std::unique_ptr<google::protobuf::Message> read(const google::protobuf::Descriptor* type_,
-                                                  const std::string& wire_) const;
-  // Whether libprotobuf reads b_ as the message a_ (null: never the same).
-  bool sameMessage(const google::protobuf::Message* a_, const std::string& b_) const;
+  // libprotobuf's reading of a body, written out again in its canonical form
+  // (fields by number, maps sorted): two bodies are the same message when
+  // their canonical forms are equal. False when libprotobuf cannot read it.
+  bool canonical(const google::protobuf::Descriptor* type_, const std::string& wire_,
+                 std::string& out_) const;
 
   // A path close to names_ that does lead to a field, for "did you mean": each
   // name not found replaced by the closest field name of its level. Empty when
