@@ -1,5 +1,6 @@
 #include "body_check.h"
 
+#include <map>
 #include <set>
 
 #include "modules/message_type/protobuf/wire_format.h"
@@ -47,21 +48,52 @@ std::string pathOf(const FieldStack& stack_) {
   return path;
 }
 
+// Each type's fields by number, for the numbers a table can hold: a large
+// body looks up millions of fields, and an index costs less than a search.
+class FieldTables {
+ public:
+  const gp::FieldDescriptor* find(const gp::Descriptor* pType_, uint64_t number_) {
+    if (pType_ != _pLastType) {
+      _pLastType = pType_;
+      _pLast = &_tables[pType_];
+      if (_pLast->empty()) {
+        _pLast->resize(1);
+        for (int i = 0; i < pType_->field_count(); ++i) {
+          const gp::FieldDescriptor* pField = pType_->field(i);
+          if (pField->number() >= max_direct) continue;
+          if (_pLast->size() <= static_cast<size_t>(pField->number()))
+            _pLast->resize(static_cast<size_t>(pField->number()) + 1);
+          (*_pLast)[static_cast<size_t>(pField->number())] = pField;
+        }
+      }
+    }
+    if (number_ < _pLast->size()) return (*_pLast)[number_];
+    return number_ < max_direct ? nullptr : pType_->FindFieldByNumber(static_cast<int>(number_));
+  }
+
+ private:
+  static const int max_direct = 256;
+  std::map<const gp::Descriptor*, std::vector<const gp::FieldDescriptor*>> _tables;
+  const gp::Descriptor* _pLastType = nullptr;
+  std::vector<const gp::FieldDescriptor*>* _pLast = nullptr;
+};
+
 // The walk over a body with its schema, calling visit_(wire, stack) for every
 // field the schema declares (the last of stack), into nested messages that
 // arrive as such, as far as the bytes read as fields.
 template <typename Visit>
 void walk(const gp::Descriptor* pType_, const char* p_, const char* pEnd_, FieldStack& stack_,
-          Visit& visit_) {
+          FieldTables& tables_, Visit& visit_) {
   WireField wire;
   while (p_ < pEnd_ && nextField(p_, pEnd_, wire)) {
-    const gp::FieldDescriptor* pField = pType_->FindFieldByNumber(static_cast<int>(wire.number));
+    const gp::FieldDescriptor* pField = tables_.find(pType_, wire.number);
     if (pField == nullptr) return;
     stack_.push_back(pField);
     visit_(wire, stack_);
     if (wire.wireType == LENGTH_DELIMITED && pField->type() == gp::FieldDescriptor::TYPE_MESSAGE &&
         mayNest(static_cast<unsigned>(stack_.size() - 1)))
-      walk(pField->message_type(), wire.pPayload, wire.pPayload + wire.length, stack_, visit_);
+      walk(pField->message_type(), wire.pPayload, wire.pPayload + wire.length, stack_, tables_,
+           visit_);
     stack_.pop_back();
   }
 }
@@ -111,7 +143,8 @@ std::string notProtobufVerdict(const std::string& body_) {
          " starts no field (tarnpb raw shows what reads)";
 }
 
-BodyFit checkFit(const gp::Descriptor* root_, const std::string& body_, size_t limit_) {
+BodyFit checkFit(const gp::Descriptor* root_, const std::string& body_, size_t limit_,
+                 size_t budget_) {
   BodyFit fit;
   std::set<std::string> seenGroups;
   const char* const pBody = body_.data();
@@ -133,7 +166,18 @@ BodyFit checkFit(const gp::Descriptor* root_, const std::string& body_, size_t l
         " never has: the body may not be a " + root_->full_name());
   };
   FieldStack stack;
-  walk(root_, pBody, pBody + body_.size(), stack, visit);
+  FieldTables tables;
+  if (budget_ == 0 || body_.size() <= budget_) {
+    walk(root_, pBody, pBody + body_.size(), stack, tables, visit);
+    return fit;
+  }
+  // The top level one field at a time, each walked whole, until the budget.
+  WireField wire;
+  for (const char* p = pBody; p < pBody + budget_;) {
+    const char* const pField = p;
+    if (!nextField(p, pBody + body_.size(), wire)) break;
+    walk(root_, pField, p, stack, tables, visit);
+  }
   return fit;
 }
 

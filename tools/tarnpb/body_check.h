@@ -37,8 +37,10 @@ struct BodyFit {
   size_t moreMisfits = 0;
   std::vector<std::string> groups;
 };
-BodyFit checkFit(const google::protobuf::Descriptor* root_, const std::string& body_,
-                 size_t limit_);
+// With budget_ (0: none) only the top-level fields that start in the first
+// budget_ bytes are walked, for commands that are faster than the walk.
+BodyFit checkFit(const google::protobuf::Descriptor* root_, const std::string& body_, size_t limit_,
+                 size_t budget_ = 0);
 
 }  // namespace tarnpb
 

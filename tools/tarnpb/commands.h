@@ -89,7 +89,8 @@ std::string refusalDetail(const Workbench& bench_, const std::string& body_);
 
 // The schema-guided check of an accepted body (body_check.h), started on a
 // thread of its own beside the module's work; body_ must outlive the result.
-std::future<BodyFit> startFitCheck(const Workbench& bench_, const std::string& body_);
+std::future<BodyFit> startFitCheck(const Workbench& bench_, const std::string& body_,
+                                   size_t budget_ = 0);
 // Warns on standard error, as "tarnpb COMMAND: warning: ...", of the fields of
 // an accepted body whose wire type their declared type never has: the module
 // stores them all the same, so a body of another type passes unnoticed.

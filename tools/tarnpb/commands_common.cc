@@ -140,10 +140,12 @@ std::string refusalDetail(const Workbench& bench_, const std::string& body_) {
   return "; " + (verdict.empty() ? diagnose(bench_.pRoot, body_).text() : verdict);
 }
 
-std::future<BodyFit> startFitCheck(const Workbench& bench_, const std::string& body_) {
+std::future<BodyFit> startFitCheck(const Workbench& bench_, const std::string& body_,
+                                   size_t budget_) {
   const google::protobuf::Descriptor* pRoot = bench_.pRoot;
-  return std::async(std::launch::async,
-                    [pRoot, &body_] { return checkFit(pRoot, body_, max_misfits_shown); });
+  return std::async(std::launch::async, [pRoot, &body_, budget_] {
+    return checkFit(pRoot, body_, max_misfits_shown, budget_);
+  });
 }
 
 void warnMisfits(const char* command_, const BodyFit& fit_) {
