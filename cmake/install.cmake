@@ -8,6 +8,8 @@
 #   LIBDIR/pkgconfig/PACKAGE.pc                  variable "module": the module's path
 #   LIBDIR/cmake/TarnProtobufMessageType/        find_package(TarnProtobufMessageType CONFIG)
 #   BINDIR/tarnpb                                the command-line host
+#   MANDIR/man1/tarnpb.1.gz                      its manual page
+#   DATADIR/bash-completion/completions/tarnpb   its bash completion
 #   LIBDIR/PACKAGE/libtarn_host.so               tarnpb's private stand-in host
 #   DATADIR/PACKAGE/examples/                    the bundled example and the C host
 #   DOCDIR/                                      README, docs, LICENSE, CHANGELOG
@@ -59,6 +61,9 @@ if(TARGET tarnpb)
   set_target_properties(tarnpb PROPERTIES INSTALL_RPATH "\$ORIGIN/${TARN_BIN_TO_PRIVATE}")
   install(TARGETS tarnpb RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   install(TARGETS tarn_host LIBRARY DESTINATION ${TARN_INSTALL_PRIVATEDIR})
+  install(FILES ${PROJECT_BINARY_DIR}/tools/tarnpb.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  install(FILES ${PROJECT_BINARY_DIR}/tools/tarnpb.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME tarnpb)
 endif()
 
 install(FILES ${PROJECT_SOURCE_DIR}/examples/market_data.proto

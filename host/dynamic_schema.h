@@ -15,6 +15,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tarn_host {
@@ -25,6 +26,10 @@ class DynamicSchema {
   // tree, in order. A failed import leaves file() null and says why in
   // error().
   DynamicSchema(const std::vector<std::string>& protoDirs_, const std::string& file_);
+  // The same with each search path given as a (virtual directory, disk
+  // directory) pair, mapped in order as the module maps ProtoPath options.
+  DynamicSchema(const std::vector<std::pair<std::string, std::string>>& protoPaths_,
+                const std::string& file_);
   ~DynamicSchema();
   DynamicSchema(const DynamicSchema&) = delete;
   DynamicSchema& operator=(const DynamicSchema&) = delete;
@@ -41,11 +46,16 @@ class DynamicSchema {
   // longer than the schema.
   std::unique_ptr<google::protobuf::Message> newMessage(
       const google::protobuf::Descriptor* type_) const;
+  // The prototype of type_, for messages made elsewhere (on an arena, say).
+  const google::protobuf::Message* prototype(const google::protobuf::Descriptor* type_) const;
+  // The disk file the search paths give a virtual file name, or "" when no
+  // mapped directory holds it.
+  std::string diskFile(const std::string& virtualFile_) const;
 
  private:
   class Errors;
   std::unique_ptr<Errors> _errors;
-  google::protobuf::compiler::DiskSourceTree _tree;
+  mutable google::protobuf::compiler::DiskSourceTree _tree;
   std::unique_ptr<google::protobuf::compiler::Importer> _importer;
   const google::protobuf::FileDescriptor* _pFile = nullptr;
   mutable google::protobuf::DynamicMessageFactory _factory;

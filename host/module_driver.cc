@@ -117,11 +117,17 @@ ModuleDriver::~ModuleDriver() {
 tarn_message_type_context ModuleDriver::createContext(const std::vector<std::string>& protoDirs_,
                                                       const std::string& file_,
                                                       const std::string& type_) const {
+  std::vector<std::pair<std::string, std::string>> options;
+  for (const std::string& dir : protoDirs_) options.emplace_back("ProtoPath", ";" + dir);
+  options.emplace_back("ProtoFile", file_);
+  options.emplace_back("Type", type_);
+  return createContext(options);
+}
+
+tarn_message_type_context ModuleDriver::createContext(
+    const std::vector<std::pair<std::string, std::string>>& options_) const {
   ContextOptions options;
-  std::vector<std::string> paths;
-  for (const std::string& dir : protoDirs_) paths.push_back(";" + dir);
-  for (const std::string& path : paths) options.add("ProtoPath", path.c_str());
-  options.add("ProtoFile", file_.c_str()).add("Type", type_.c_str());
+  for (const auto& option : options_) options.add(option.first.c_str(), option.second.c_str());
   return _api.create_context(options.get());
 }
 

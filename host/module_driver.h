@@ -103,6 +103,10 @@ class ModuleDriver {
   // are in its log.
   tarn_message_type_context createContext(const std::vector<std::string>& protoDirs_,
                                           const std::string& file_, const std::string& type_) const;
+  // A context from options_ as a server's configuration gives them: each
+  // key/value pair handed to the module verbatim, in order.
+  tarn_message_type_context createContext(
+      const std::vector<std::pair<std::string, std::string>>& options_) const;
   int destroyContext(tarn_message_type_context context_) const;
 
   // Parses [data_, data_ + size_) into set_: a full parse without findSet_, a

@@ -3,8 +3,9 @@
 # installs it to a staging prefix, builds the C host example against the
 # installed SDK through pkg-config (strict C11) and through the CMake package,
 # runs it against the installed module, checks that the installed tarnpb finds
-# the installed module, then builds the Debian package and checks its contents
-# and its libprotobuf dependency.  check-install.sh [BUILD_DIR]  (default: build)
+# the installed module and that its manual page and bash completion work, then
+# builds the Debian package and checks its contents and its libprotobuf
+# dependency.  check-install.sh [BUILD_DIR]  (default: build)
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=$root/${1:-build}
@@ -49,6 +50,19 @@ grep -qx "module $module" "$work/version.out" || fail "the installed tarnpb does
 "$stage/bin/tarnpb" demo --quiet >"$work/demo.out" 2>&1 || { cat "$work/demo.out"; fail "installed tarnpb demo"; }
 grep -qx "module $module" "$work/demo.out" || fail "the installed tarnpb did not load the installed module"
 
+# The manual page and the bash completion, as a user's shell finds them.
+MANPATH=$stage/share/man man -P cat tarnpb 2>/dev/null | grep -q "tarnpb merge \[options\] STORED UPDATE" ||
+  fail "man tarnpb does not show the installed manual page"
+completion=$stage/share/bash-completion/completions/tarnpb
+complete_words() {  # the words bash offers for the command line "$@"
+  bash -c 'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _tarnpb; echo "${COMPREPLY[*]}"' \
+    sh "$completion" "$@"
+}
+[ "$(complete_words tarnpb mer)" = merge ] || fail "bash completion does not offer the merge command"
+[ "$(complete_words tarnpb parse --proto-)" = --proto-path ] ||
+  fail "bash completion does not offer parse's --proto-path"
+echo "man page and bash completion: installed and working"
+
 (cd "$build" && rm -f ./*.deb && cpack -G DEB >/dev/null)
 deb=$(ls "$build"/"$pc"_*.deb)
 listing=$(dpkg-deb -c "$deb" | awk '{print $6}')
@@ -60,9 +74,13 @@ for f in "$lib/libtarn_protobuf_message_type\.so" usr/bin/tarnpb \
   "$inc/protobuf/tarn_protobuf_merge_room\.h" "$lib/libtarn_protobuf_merge_room\.a" \
   "$lib/pkgconfig/$pc\.pc" "$lib/cmake/TarnProtobufMessageType/TarnProtobufMessageTypeConfig\.cmake" \
   "$lib/cmake/TarnProtobufMessageType/TarnProtobufMessageTypeConfigVersion\.cmake" \
-  "usr/share/doc/$pc/LICENSE"; do
+  "usr/share/doc/$pc/LICENSE" usr/share/man/man1/tarnpb\.1\.gz \
+  usr/share/bash-completion/completions/tarnpb; do
   grep -Eqx "\./$f" <<<"$listing" || fail "$(basename "$deb") lacks /$f"
 done
+dpkg-deb -x "$deb" "$work/deb"
+MANPATH=$work/deb/usr/share/man man -P cat tarnpb 2>/dev/null | grep -q "^TARNPB(1)" ||
+  fail "man tarnpb does not work from $(basename "$deb")"
 depends=$(dpkg-deb -f "$deb" Depends)
 grep -q 'libprotobuf[0-9]' <<<"$depends" || fail "$(basename "$deb") does not depend on libprotobuf: $depends"
 echo "package: $(basename "$deb"), depends: $depends"

@@ -14,6 +14,9 @@
 namespace tarn_test {
 namespace check_pairs {
 
+using tool_run::quote;
+using tool_run::scratch;
+
 const char* const base = R"(syntax = "proto2";
 package t;
 message Inner {

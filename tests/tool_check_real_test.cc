@@ -10,10 +10,10 @@
 namespace {
 
 using namespace tarn_test::check_pairs;
-using tarn_test::quote;
-using tarn_test::readFile;
-using tarn_test::scratch;
-using tarn_test::tarnpb;
+using tool_run::quote;
+using tool_run::readFile;
+using tool_run::scratch;
+using tool_run::tarnpb;
 using tarn_test::uniqueName;
 
 // Pairs made from real schemas: every occurrence of each edit is applied.

@@ -11,7 +11,7 @@
 namespace {
 
 using namespace tarn_test::check_pairs;
-using tarn_test::tarnpb;
+using tool_run::tarnpb;
 
 // The same schema written another way: comments, spacing, and every
 // declaration in another order. The module sees no difference.

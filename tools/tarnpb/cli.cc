@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "did_you_mean.h"
+
 namespace tarnpb {
 
 std::string Args::get(const std::string& name_, const std::string& fallback_) const {
@@ -64,6 +66,41 @@ std::string see(const CommandSpec& command_) {
   return " (see tarnpb " + std::string(command_.name) + " --help)";
 }
 
+// " (did you mean --proto?)" for a long option name with a slip in it, or the
+// pointer to --help.
+std::string suggestion(const CommandSpec& command_, const std::string& name_) {
+  std::vector<std::string> names;
+  for (const auto& o : command_.options) names.push_back(std::string("--") + o.name);
+  const std::string close = didYouMean("--" + name_, names);
+  return close.empty() ? see(command_) : close;
+}
+
+}  // namespace
+
+namespace {
+
+// Records one occurrence of an option, taking its value from inline_ (the
+// text after "=", or after a short option's letter) or from the next argument.
+void takeOption(const CommandSpec& command_, const OptionSpec& spec_, const std::string& shown_,
+                const std::string* pInline_, const std::vector<std::string>& argv_, size_t& i_,
+                Args& args_) {
+  std::string value;
+  if (spec_.valueName != nullptr) {
+    if (pInline_ != nullptr) {
+      value = *pInline_;
+    } else if (i_ + 1 < argv_.size()) {
+      value = argv_[++i_];
+    } else {
+      throw ToolError(exit_usage, "option " + shown_ + " needs a value " + spec_.valueName);
+    }
+  } else if (pInline_ != nullptr) {
+    throw ToolError(exit_usage, "option " + shown_ + " takes no value" + see(command_));
+  }
+  if (!spec_.repeatable && args_.has(spec_.name))
+    throw ToolError(exit_usage, "option " + shown_ + " may be given only once");
+  args_.add(spec_.name, value);
+}
+
 }  // namespace
 
 Args scanArgs(const CommandSpec& command_, const std::vector<std::string>& argv_) {
@@ -80,39 +117,35 @@ Args scanArgs(const CommandSpec& command_, const std::vector<std::string>& argv_
       optionsEnded = true;
       continue;
     }
-    const OptionSpec* pSpec = nullptr;
-    std::string inlineValue;
-    bool hasInline = false;
-    std::string shown = arg;
     if (arg[1] == '-') {
       std::string name = arg.substr(2);
       const size_t eq = name.find('=');
+      std::string inlineValue;
       if (eq != std::string::npos) {
         inlineValue = name.substr(eq + 1);
-        hasInline = true;
         name.resize(eq);
-        shown = "--" + name;
       }
-      pSpec = findLong(command_, name);
-    } else if (arg.size() == 2) {
-      pSpec = findShort(command_, arg[1]);
-    }
-    if (pSpec == nullptr) throw ToolError(exit_usage, "unknown option " + shown + see(command_));
-    std::string value;
-    if (pSpec->valueName != nullptr) {
-      if (hasInline) {
-        value = inlineValue;
-      } else if (i + 1 < argv_.size()) {
-        value = argv_[++i];
-      } else {
-        throw ToolError(exit_usage, "option " + shown + " needs a value " + pSpec->valueName);
+      const OptionSpec* pSpec = findLong(command_, name);
+      if (pSpec == nullptr) {
+        throw ToolError(exit_usage, "unknown option --" + name + suggestion(command_, name));
       }
-    } else if (hasInline) {
-      throw ToolError(exit_usage, "option " + shown + " takes no value");
+      takeOption(command_, *pSpec, "--" + name, eq == std::string::npos ? nullptr : &inlineValue,
+                 argv_, i, args);
+      continue;
     }
-    if (!pSpec->repeatable && args.has(pSpec->name))
-      throw ToolError(exit_usage, "option " + shown + " may be given only once");
-    args.add(pSpec->name, value);
+    // Short options as getopt reads them: flags may be combined (-qj), and a
+    // value may follow its letter directly (-I/usr/include).
+    for (size_t k = 1; k < arg.size(); ++k) {
+      const OptionSpec* pSpec = findShort(command_, arg[k]);
+      const std::string shown = std::string("-") + arg[k];
+      if (pSpec == nullptr) throw ToolError(exit_usage, "unknown option " + shown + see(command_));
+      if (pSpec->valueName != nullptr && k + 1 < arg.size()) {
+        const std::string rest = arg.substr(k + 1);
+        takeOption(command_, *pSpec, shown, &rest, argv_, i, args);
+        break;
+      }
+      takeOption(command_, *pSpec, shown, nullptr, argv_, i, args);
+    }
   }
   const int count = static_cast<int>(args.positional().size());
   if (count < command_.minPositional) {
@@ -162,17 +195,27 @@ std::string commandHelp(const CommandSpec& command_) {
 
 std::vector<OptionSpec> moduleOptions() {
   return {
-      {"module", 0, "PATH", false, "the module library to load (default: the one built here)"},
+      {"module", 0, "PATH", false,
+       "the module library to load (default: the one built or installed with tarnpb); a plain "
+       "file name in the working directory is that file"},
       {"quiet", 'q', nullptr, false, "do not echo the module's log lines below warning"},
   };
 }
 
 std::vector<OptionSpec> schemaOptions() {
   std::vector<OptionSpec> options = {
-      {"proto-path", 'I', "DIR", true, "directory searched for .proto files"},
-      {"proto", 'p', "FILE", false, ".proto file to load, relative to a proto path"},
-      {"type", 't', "NAME", false,
-       "full name of the root message type (default: the file's only message)"},
+      {"proto-path", 'I', "DIR", true,
+       "directory searched for .proto files; libprotobuf's own (google/protobuf/*.proto) are "
+       "found without it, as protoc finds them"},
+      {"proto", 'p', "FILE", false,
+       ".proto file to load, relative to a proto path, or a disk path under one"},
+      {"type", 't', "NAME", true,
+       "full name of the root message type (default: the file's only message); further ones "
+       "are checked by the module as a server's further Type options are"},
+      {"option", 0, "KEY=VALUE", true,
+       "one option of a server's configuration, verbatim (ProtoPath='feeds;/dir', "
+       "ProtoFile=..., Type=...): the module gets exactly these, instead of -I, --proto and "
+       "--type"},
   };
   for (const auto& o : moduleOptions()) options.push_back(o);
   return options;

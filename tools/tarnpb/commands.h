@@ -4,11 +4,13 @@
 #define TARN_TOOLS_TARNPB_COMMANDS_H
 
 #include <cstdio>
+#include <future>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "body_check.h"
 #include "cli.h"
 #include "module_session.h"
 #include "printers.h"
@@ -30,6 +32,7 @@ Command mergeCommand();
 Command serializeCommand();
 Command encodeCommand();
 Command decodeCommand();
+Command rawCommand();
 Command demoCommand();
 Command checkCommand();
 
@@ -59,6 +62,7 @@ struct Parsed {
   std::unique_ptr<tarn_host::ValueSet> set;
   int status = 0;
   bool partial = false;
+  bool wide = false;  // show values the tree cuts whole, too
   std::map<uint32_t, std::string> knownPaths;
 
   ParseView view(const Workbench& bench_, const std::string& title_) const;
@@ -83,6 +87,15 @@ void showParse(std::FILE* pOut_, const Workbench& bench_, const Parsed& parsed_,
 // What the tool's own walk over body_ finds wrong, for the end of a line that
 // reports the module's refusal: "; at byte 7, ...".
 std::string refusalDetail(const Workbench& bench_, const std::string& body_);
+
+// The schema-guided check of an accepted body (body_check.h), started on a
+// thread of its own beside the module's work; body_ must outlive the result.
+std::future<BodyFit> startFitCheck(const Workbench& bench_, const std::string& body_,
+                                   size_t budget_ = 0);
+// Warns on standard error, as "tarnpb COMMAND: warning: ...", of the fields of
+// an accepted body whose wire type their declared type never has: the module
+// stores them all the same, so a body of another type passes unnoticed.
+void warnMisfits(const char* command_, const BodyFit& fit_);
 
 // "parsed 12 messages ..." for --delimited runs.
 // extra_ (e.g. "812 entries") follows the byte count.

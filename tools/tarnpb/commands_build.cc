@@ -7,6 +7,7 @@
 #include "host/module_driver.h"
 #include "host/value_list.h"
 #include "input.h"
+#include "merge_check.h"
 #include "text_util.h"
 
 namespace tarnpb {
@@ -39,8 +40,8 @@ class GuardedRoom {
 };
 
 // Where a rebuilt body goes: -o FILE, the standard output when it is not a
-// terminal, or nowhere (shown as hex instead). The parsed view goes to the
-// standard output, or to standard error while the body occupies it.
+// terminal, or nowhere (shown as hex instead). The summary (and --view) goes
+// to the standard output, or to standard error while the body occupies it.
 std::FILE* deliver(const Args& args_, const std::string& body_, const std::string& what_) {
   if (args_.has("output")) {
     writeOutput(args_.get("output"), body_);
@@ -55,15 +56,16 @@ std::FILE* deliver(const Args& args_, const std::string& body_, const std::strin
   return stdout;
 }
 
-Parsed parseOrRefuse(const Workbench& bench_, const std::string& path_, bool text_,
-                     const std::string& what_) {
-  Parsed parsed = parseWith(bench_, bench_.loadMessage(path_, text_));
+Parsed parseOrRefuse(const Workbench& bench_, const std::string& body_, const std::string& what_) {
+  std::future<BodyFit> fit = startFitCheck(bench_, body_);
+  Parsed parsed = parseWith(bench_, body_);
   if (parsed.status != TARN_SUCCESS) {
     showParse(stderr, bench_, parsed, what_, false);
     throw ToolError(exit_refused, "the module refused the " + what_ + " (status " +
                                       std::to_string(parsed.status) + ")" +
                                       refusalDetail(bench_, parsed.body));
   }
+  warnMisfits(what_ == "message" ? "serialize" : "merge", fit.get());
   return parsed;
 }
 
@@ -91,18 +93,61 @@ int runMergeCommand(const Args& args_) {
   const bool text = args_.has("text");
   std::string merged;
   std::unique_ptr<tarn_host::ValueSet> reused;
+  std::vector<MergeWarning> warnings;
+  size_t storedBytes, updateBytes;
   {
     // The update's value set is dropped and the stored one's storage parses
     // the result: at most two are held at once.
-    Parsed stored = parseOrRefuse(*bench, args_.positional()[0], text, "stored message");
-    Parsed update = parseOrRefuse(*bench, args_.positional()[1], text, "update message");
+    Parsed stored =
+        parseOrRefuse(*bench, bench->loadMessage(args_.positional()[0], text), "stored message");
+    Parsed update =
+        parseOrRefuse(*bench, bench->loadMessage(args_.positional()[1], text), "update message");
+    warnings = mergeDepartures(bench->pRoot, stored.body, update.body);
+    storedBytes = stored.body.size();
+    updateBytes = update.body.size();
     merged = mergeBodies(*bench->module, *update.set, *stored.set);
     reused = std::move(stored.set);
   }
+  MergeWarning size;
+  if (sizeDeparture(storedBytes, updateBytes, merged.size(), size)) warnings.push_back(size);
+  for (const auto& w : warnings)
+    std::fprintf(stderr, "tarnpb merge: warning: %s\n", w.line.c_str());
 
   std::FILE* pOut = deliver(args_, merged, "merged message");
+  const bool json = args_.has("json"), view = args_.has("view");
+  std::string summary;
+  if (json) {
+    summary = "{\"type\":";
+    appendJsonString(summary, bench->config.type);
+    summary += ",\"bytes\":" + std::to_string(merged.size()) +
+               ",\"stored_bytes\":" + std::to_string(storedBytes) +
+               ",\"update_bytes\":" + std::to_string(updateBytes) + ",\"warnings\":[";
+    for (size_t i = 0; i < warnings.size(); ++i) {
+      summary += i ? ",{\"kind\":\"" : "{\"kind\":\"";
+      summary += warnings[i].kind + "\",\"path\":";
+      appendJsonString(summary, warnings[i].path);
+      summary += ",\"text\":";
+      appendJsonString(summary, warnings[i].text);
+      summary += "}";
+    }
+    summary += view ? "],\"parsed\":" : "]}\n";
+  } else {
+    summary = "merged message: " + bench->config.type + ", " + std::to_string(merged.size()) +
+              " bytes from a stored " + std::to_string(storedBytes) + " and an update " +
+              std::to_string(updateBytes) + "; " +
+              (warnings.empty() ? std::string("no departure from protobuf's merge")
+                                : std::to_string(warnings.size()) +
+                                      (warnings.size() == 1 ? " departure" : " departures") +
+                                      " from protobuf's merge (see the warnings)") +
+              "\n";
+  }
+  std::fputs(summary.c_str(), pOut);
   const Parsed again = parseWith(*bench, merged, nullptr, std::move(reused));
-  showParse(pOut, *bench, again, "merged message", args_.has("json"));
+  if (view) {
+    std::fflush(pOut);
+    showParse(pOut, *bench, again, json ? "" : "merged message", json);
+    if (json) std::fputs("}\n", pOut);
+  }
   if (args_.has("trace"))
     std::fprintf(pOut, "%s\n", escapeBinary(bench->module->trace(merged)).c_str());
   if (again.status != TARN_SUCCESS)
@@ -112,7 +157,14 @@ int runMergeCommand(const Args& args_) {
 
 int runSerialize(const Args& args_) {
   auto bench = Workbench::open(args_);
-  Parsed parsed = parseOrRefuse(*bench, args_.positional()[0], args_.has("text"), "message");
+  const std::string input = bench->loadMessage(args_.positional()[0], args_.has("text"));
+  // libprotobuf's reading of the input needs nothing of the module's: it runs
+  // beside the module's parse and rebuild, and its rebuild's reading beside
+  // the module's parse of that.
+  std::string inputForm, rebuiltForm;
+  std::future<bool> original = std::async(
+      std::launch::async, [&] { return bench->schema->canonical(bench->pRoot, input, inputForm); });
+  Parsed parsed = parseOrRefuse(*bench, input, "message");
   auto list = std::make_unique<tarn_host::ValueList>();
   list->build(*parsed.set);
 
@@ -139,25 +191,32 @@ int runSerialize(const Args& args_) {
   list.reset();
 
   std::FILE* pOut = deliver(args_, buffer, "rebuilt message");
-  // libprotobuf's reading of both bodies needs nothing of the module's: it
-  // runs beside the module's parse of the rebuild and the printing of it.
-  std::future<bool> same;
-  if (!args_.has("json")) {
-    same = std::async(std::launch::async, [&] {
-      return bench->schema->sameMessage(bench->pRoot, parsed.body, buffer);
-    });
-  }
+  std::future<bool> same = std::async(std::launch::async, [&] {
+    return bench->schema->canonical(bench->pRoot, buffer, rebuiltForm) && original.get() &&
+           rebuiltForm == inputForm;
+  });
+  const bool json = args_.has("json"), view = args_.has("view");
   int againStatus;
   {
     const Parsed again = parseWith(*bench, buffer, nullptr, std::move(parsed.set));
-    showParse(pOut, *bench, again, "rebuilt message", args_.has("json"));
     againStatus = again.status;
-  }
-  if (same.valid()) {
-    std::fprintf(
-        pOut, "%zu values, size answer %d, %zu bytes written; libprotobuf reads %s\n", valueCount,
-        sizeAnswer, buffer.size(),
-        same.get() ? "the same message as the input" : "a DIFFERENT message from the input");
+    const bool equal = same.get();
+    if (json) {
+      std::fprintf(pOut, "{\"values\":%zu,\"size_answer\":%d,\"bytes\":%zu,\"same_message\":%s%s",
+                   valueCount, sizeAnswer, buffer.size(), equal ? "true" : "false",
+                   view ? ",\"parsed\":" : "}\n");
+    } else {
+      std::fprintf(pOut,
+                   "rebuilt message: %s, %zu values, size answer %d, %zu bytes written; "
+                   "libprotobuf reads %s\n",
+                   bench->config.type.c_str(), valueCount, sizeAnswer, buffer.size(),
+                   equal ? "the same message as the input" : "a DIFFERENT message from the input");
+    }
+    if (view) {
+      std::fflush(pOut);
+      showParse(pOut, *bench, again, json ? "" : "rebuilt message", json);
+      if (json) std::fputs("}\n", pOut);
+    }
   }
   if (againStatus != TARN_SUCCESS)
     throw ToolError(exit_refused, "the module cannot parse its own rebuilt message");
@@ -172,7 +231,10 @@ std::vector<OptionSpec> buildOptions() {
   options.push_back({"output", 'o', "FILE", false,
                      "write the message body to FILE (default: the standard output when it is "
                      "not a terminal)"});
-  options.push_back({"json", 'j', nullptr, false, "show the result's entries as JSON"});
+  options.push_back({"json", 'j', nullptr, false, "print the summary (and --view) as JSON"});
+  options.push_back({"view", 'v', nullptr, false,
+                     "also show the result parsed by the module, as parse does (long for large "
+                     "messages: a summary is printed by default)"});
   return options;
 }
 
@@ -183,11 +245,24 @@ Command mergeCommand() {
   options.push_back({"trace", 0, nullptr, false, "also show the module's trace of the result"});
   return {{"merge", "[options] STORED UPDATE",
            "Merge an update message into a stored one, as a delta publish does.",
-           "Both messages are parsed by the module, then merged by it: fields the update\n"
-           "carries replace the stored ones, nested messages on both sides are merged\n"
-           "field by field, stored fields the update lacks stay. The merged body is\n"
-           "written out and shown parsed. While the body goes to the standard output,\n"
-           "the parsed view goes to standard error.",
+           "Both messages are parsed by the module, then merged by it, by field path:\n"
+           "fields the update carries are written first and replace the stored fields of\n"
+           "the same path whole; nested messages on both sides are merged field by field;\n"
+           "the stored fields the update lacks follow. A summary is printed (--view shows\n"
+           "the result parsed); the merged body goes to -o FILE, or to the standard output\n"
+           "when it is not a terminal, the summary then going to standard error.\n\n"
+           "Where this departs from protobuf's merge (MergeFrom), a warning says so:\n"
+           "- a oneof member set while the stored message holds another: both are\n"
+           "  written, the update's first, so readers see the stored one. Value\n"
+           "  {number_value: 3} merged with {string_value: \"new\"} reads as number_value 3.\n"
+           "- a repeated field or map is replaced whole: stored map keys 1 and -5 are\n"
+           "  gone when the update carries key 2; 3 items and 2 in the update give 2.\n"
+           "- each update item of a repeated message is merged against one stored item\n"
+           "  and receives its fields: two update items {b: true} over a stored {s: \"x\"}\n"
+           "  both come out with s \"x\".\n"
+           "- so the output can be many times the size of its inputs.\n"
+           "- an empty nested message in the update replaces the stored one whole.\n"
+           "docs/integrating.md explains how publishers should shape deltas.",
            options, 2, 2},
           runMergeCommand};
 }
@@ -198,8 +273,8 @@ Command serializeCommand() {
            "Every entry with bytes becomes one value at its depth, a packed field once. A\n"
            "message with a member that carries bytes opens a submessage, whose length the\n"
            "module writes as a four-byte varint; an empty one, or one of defaults only,\n"
-           "goes whole as a plain value. The result is shown parsed, with whether\n"
-           "libprotobuf reads it as the input message.",
+           "goes whole as a plain value. A summary says whether libprotobuf reads the\n"
+           "result as the input message; --view shows it parsed by the module.",
            buildOptions(), 1, 1},
           runSerialize};
 }

@@ -42,19 +42,19 @@ SchemaConfig versionConfig(const Args& args_, const std::string& side_,
   if (isDirectory(location_)) {
     if (config.file.empty())
       throw ToolError(exit_usage, location_ + " is a directory: name the file in it with --proto");
-    config.protoPaths.push_back(location_);
+    config.protoPaths.emplace_back("", location_);
   } else {
     if (!config.file.empty())
       throw ToolError(exit_usage,
                       location_ + " is a file: --proto names a file in OLD and NEW directories");
     const size_t slash = location_.rfind('/');
-    config.protoPaths.push_back(slash == std::string::npos ? "."
-                                : slash == 0               ? "/"
-                                                           : location_.substr(0, slash));
+    config.protoPaths.emplace_back("", slash == std::string::npos ? "."
+                                       : slash == 0               ? "/"
+                                                                  : location_.substr(0, slash));
     config.file = location_.substr(slash == std::string::npos ? 0 : slash + 1);
   }
-  for (const auto& dir : args_.all(side_ + "-proto-path")) config.protoPaths.push_back(dir);
-  for (const auto& dir : args_.all("proto-path")) config.protoPaths.push_back(dir);
+  for (const auto& dir : args_.all(side_ + "-proto-path")) config.protoPaths.emplace_back("", dir);
+  for (const auto& dir : args_.all("proto-path")) config.protoPaths.emplace_back("", dir);
   config.type = args_.get(side_ + "-type", args_.get("type"));
   return config;
 }
@@ -127,6 +127,13 @@ std::string rolloutText(const std::vector<Change>& changes_) {
   return text;
 }
 
+// The disk directories a version searches, in order.
+std::vector<std::string> diskDirs(const SchemaConfig& config_) {
+  std::vector<std::string> dirs;
+  for (const auto& path : config_.protoPaths) dirs.push_back(path.second);
+  return dirs;
+}
+
 std::string joined(const std::vector<std::string>& parts_) {
   std::string out;
   for (const auto& p : parts_) out += (out.empty() ? "" : ", ") + p;
@@ -135,7 +142,7 @@ std::string joined(const std::vector<std::string>& parts_) {
 
 std::string versionLine(const char* label_, const Version& v_) {
   std::string dirs;
-  for (const auto& d : v_.config.protoPaths) dirs += (dirs.empty() ? "" : ":") + d;
+  for (const auto& d : v_.config.protoPaths) dirs += (dirs.empty() ? "" : ":") + d.second;
   return std::string(label_) + ": " + v_.config.file + " type " + v_.config.type + " (proto path " +
          dirs + ")";
 }
@@ -194,7 +201,7 @@ void printJsonReport(const Version& old_, const Version& new_, const std::vector
     out += i == 0 ? "\"old\":{" : ",\"new\":{";
     field(out, "file", versions[i]->config.file, true);
     field(out, "type", versions[i]->config.type);
-    list(out, "proto_path", versions[i]->config.protoPaths);
+    list(out, "proto_path", diskDirs(versions[i]->config));
     out += "}";
   }
   out += ",\"changes\":[";

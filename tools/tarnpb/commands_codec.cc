@@ -2,6 +2,7 @@
 // the tool's side only, so that test messages can be written by hand.
 #include <cstdio>
 
+#include "body_check.h"
 #include "commands.h"
 #include "input.h"
 #include "text_util.h"
@@ -64,8 +65,14 @@ int runDecode(const Args& args_) {
       std::string which = messages.size() > 1 || args_.has("delimited")
                               ? "message " + std::to_string(i + 1) + " of " + shownName(path)
                               : shownName(path);
-      throw ToolError(exit_refused,
-                      which + " is not a valid " + bench->config.type + " in wire format");
+      const std::string body = data.substr(messages[i].first, messages[i].second);
+      const std::string verdict =
+          looksLikeTextBody(body)
+              ? "the input is text: tarnpb encode turns text format into wire format"
+              : notProtobufVerdict(body);
+      throw ToolError(exit_refused, which + " is not a valid " + bench->config.type +
+                                        " in wire format" +
+                                        (verdict.empty() ? "" : "; " + verdict));
     }
     if (args_.has("delimited")) std::printf("# message %zu\n", i + 1);
     std::fputs(text.c_str(), stdout);

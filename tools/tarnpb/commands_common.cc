@@ -1,7 +1,10 @@
 #include <cstdio>
+#include <regex>
 
+#include "body_check.h"
 #include "commands.h"
 #include "diagnose.h"
+#include "did_you_mean.h"
 #include "host/module_driver.h"
 #include "input.h"
 
@@ -10,13 +13,48 @@ namespace tarnpb {
 const std::vector<Command>& commands() {
   static const std::vector<Command> all = {parseCommand(),     traceCommand(),  mergeCommand(),
                                            serializeCommand(), encodeCommand(), decodeCommand(),
-                                           checkCommand(),     demoCommand()};
+                                           checkCommand(),     rawCommand(),    demoCommand()};
   return all;
 }
 
+namespace {
+
+// Fields that do not fit the schema, named one by one before the rest are
+// counted.
+const size_t max_misfits_shown = 3;
+
+// " (did you mean ...?)" when the module cannot find the type named and the
+// schema has one close to it; what the module says comes first all the same.
+std::string typeHint(const SchemaConfig& config_) {
+  try {
+    const Schema schema(config_.protoPaths, config_.file);
+    for (const auto& name : schema.knownTypes())
+      if (name == config_.type) return "";
+    return didYouMean(config_.type, schema.knownTypes());
+  } catch (const ToolError&) {
+    return "";
+  }
+}
+
+// The module logs an import error as "Error in tarn_protobuf parsing file F
+// at line L column C: ..." with L and C counted from 0 (its log text is fixed);
+// the tool's own messages say F:L:C counted from 1, as compilers do.
+std::string oneBased(const std::string& text_) {
+  static const std::regex located(
+      "Error in tarn_protobuf parsing file (.*) at line (-?[0-9]+) column (-?[0-9]+): ");
+  std::smatch m;
+  if (!std::regex_search(text_, m, located)) return text_;
+  const long line = std::stol(m[2]), column = std::stol(m[3]);
+  std::string where = m[1].str();
+  if (line >= 0) where += ":" + std::to_string(line + 1) + ":" + std::to_string(column + 1);
+  return m.prefix().str() + where + ": " + m.suffix().str();
+}
+
+}  // namespace
+
 std::unique_ptr<Workbench> Workbench::open(const Args& args_, bool withModule_) {
-  return open(SchemaConfig::fromArgs(args_), args_.get("module", tarn_host::defaultModulePath()),
-              args_.has("quiet"), withModule_);
+  return open(SchemaConfig::fromArgs(args_), modulePathFromArgs(args_), args_.has("quiet"),
+              withModule_);
 }
 
 std::unique_ptr<Workbench> Workbench::open(const SchemaConfig& config_,
@@ -27,11 +65,23 @@ std::unique_ptr<Workbench> Workbench::open(const SchemaConfig& config_,
   const bool moduleFirst = withModule_ && !config_.type.empty();
   if (moduleFirst) {
     bench->module.reset(new ModuleSession(modulePath_, quiet_));
-    bench->module->createContext(bench->config);
+    try {
+      bench->module->createContext(bench->config);
+    } catch (const ToolError& e) {
+      throw ToolError(e.status(), oneBased(e.what()) + typeHint(config_));
+    }
   }
   bench->schema.reset(new Schema(config_.protoPaths, config_.file));
   bench->pRoot = bench->schema->rootType(config_.type);
   bench->config.type = bench->pRoot->full_name();
+  if (!config_.addedWellKnown.empty() && !quiet_) {
+    for (const auto& file : bench->schema->filesFrom(config_.addedWellKnown)) {
+      std::fprintf(stderr,
+                   "tarnpb: note: %s is read from %s, which tarnpb searches by itself as protoc "
+                   "does; a server needs the option ProtoPath=;%s for it\n",
+                   file.c_str(), config_.addedWellKnown.c_str(), config_.addedWellKnown.c_str());
+    }
+  }
   if (withModule_ && !moduleFirst) {
     bench->module.reset(new ModuleSession(modulePath_, quiet_));
     bench->module->createContext(bench->config);
@@ -53,6 +103,7 @@ ParseView Parsed::view(const Workbench& bench_, const std::string& title_) const
   v.pSet = set.get();
   v.status = status;
   v.partial = partial;
+  v.wide = wide;
   v.pRoot = bench_.pRoot;
   v.pKnownPaths = &knownPaths;
   return v;
@@ -85,7 +136,25 @@ void showParse(std::FILE* pOut_, const Workbench& bench_, const Parsed& parsed_,
 }
 
 std::string refusalDetail(const Workbench& bench_, const std::string& body_) {
-  return "; " + diagnose(bench_.pRoot, body_).text();
+  const std::string verdict = notProtobufVerdict(body_);
+  return "; " + (verdict.empty() ? diagnose(bench_.pRoot, body_).text() : verdict);
+}
+
+std::future<BodyFit> startFitCheck(const Workbench& bench_, const std::string& body_,
+                                   size_t budget_) {
+  const google::protobuf::Descriptor* pRoot = bench_.pRoot;
+  return std::async(std::launch::async, [pRoot, &body_, budget_] {
+    return checkFit(pRoot, body_, max_misfits_shown, budget_);
+  });
+}
+
+void warnMisfits(const char* command_, const BodyFit& fit_) {
+  for (const auto& line : fit_.misfits)
+    std::fprintf(stderr, "tarnpb %s: warning: %s\n", command_, line.c_str());
+  if (fit_.moreMisfits != 0) {
+    std::fprintf(stderr, "tarnpb %s: warning: and %zu more fields that do not fit the schema\n",
+                 command_, fit_.moreMisfits);
+  }
 }
 
 std::string throughputLine(const char* verb_, size_t messages_, size_t refused_, size_t bytes_,

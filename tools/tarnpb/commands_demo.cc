@@ -57,7 +57,7 @@ int runDemo(const Args& args_) {
   if (::stat((dir + "/" + example_proto).c_str(), &info) != 0)
     throw ToolError(exit_usage, "the example is not in " + dir + " (give --examples DIR)");
   SchemaConfig config;
-  config.protoPaths.push_back(dir);
+  config.protoPaths.emplace_back("", dir);
   config.file = example_proto;
   config.type = example_type;
   const std::string modulePath = args_.get("module", tarn_host::defaultModulePath());

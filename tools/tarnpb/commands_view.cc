@@ -2,6 +2,7 @@
 #include <chrono>
 #include <cstdio>
 
+#include "body_check.h"
 #include "commands.h"
 #include "input.h"
 #include "text_util.h"
@@ -12,6 +13,10 @@ namespace {
 
 typedef std::chrono::steady_clock Clock;
 
+// The module traces faster than the tool can walk a body against its schema:
+// a trace checks the fields that start in this many leading bytes.
+const size_t trace_check_bytes = size_t{4} << 20;
+
 double secondsSince(Clock::time_point start_) {
   return std::chrono::duration<double>(Clock::now() - start_).count();
 }
@@ -20,8 +25,11 @@ std::vector<OptionSpec> inputOptions(std::vector<OptionSpec> options_) {
   options_.push_back({"text", 0, nullptr, false,
                       "the input is protobuf text format (implied by .txtpb, .textproto, .pbtxt)"});
   options_.push_back({"delimited", 'd', nullptr, false,
-                      "the input is a stream of varint-length-delimited messages: print a "
-                      "summary with counts and throughput"});
+                      "the input is a stream of varint-length-delimited messages: show each, "
+                      "then a summary with counts and throughput"});
+  options_.push_back({"summary", 's', nullptr, false,
+                      "with --delimited, print the summary only (its throughput then times the "
+                      "module alone)"});
   return options_;
 }
 
@@ -54,8 +62,10 @@ tarn::tarn_xpath_hash_set findSet(const Args& args_, const Workbench& bench_,
   for (const auto& path : args_.all("find")) {
     const std::vector<std::string> names = splitPath(path);
     if (Schema::fieldAt(bench_.pRoot, names) == nullptr) {
-      throw ToolError(exit_usage,
-                      "--find " + path + ": " + bench_.config.type + " has no such field path");
+      const std::string close = Schema::closestPath(bench_.pRoot, names);
+      throw ToolError(exit_usage, "--find " + path + ": " + bench_.config.type +
+                                      " has no such field path" +
+                                      (close.empty() ? "" : " (did you mean " + close + "?)"));
     }
     uint32_t hash = tarn_host::default_base_hash;
     for (size_t i = 0; i < names.size(); ++i) {
@@ -77,18 +87,22 @@ int runParse(const Args& args_) {
   if (args_.has("delimited")) {
     std::string data;
     const Delimited stream = readStream(args_, data);
-    tarn_host::ValueSet set;
+    const bool each = !args_.has("summary");
+    std::unique_ptr<tarn_host::ValueSet> set(new tarn_host::ValueSet);
     size_t refused = 0, bytes = 0, entries = 0, firstRefused = 0;
     const auto start = Clock::now();
     for (size_t n = 0; n < stream.messages.size(); ++n) {
       const auto& m = stream.messages[n];
-      set.clear();
-      if (bench->module->parse(data.substr(m.first, m.second), set, pFind) != TARN_SUCCESS &&
-          refused++ == 0) {
-        firstRefused = n;
-      }
+      Parsed parsed = parseWith(*bench, data.substr(m.first, m.second), pFind, std::move(set));
+      if (parsed.status != TARN_SUCCESS && refused++ == 0) firstRefused = n;
       bytes += m.second;
-      entries += set.size();
+      entries += parsed.set->size();
+      if (each) {
+        parsed.knownPaths = paths;
+        parsed.wide = args_.has("wide");
+        showParse(stdout, *bench, parsed, "message " + std::to_string(n + 1), args_.has("json"));
+      }
+      set = std::move(parsed.set);
     }
     const double seconds = secondsSince(start);
     std::string detail;
@@ -104,10 +118,14 @@ int runParse(const Args& args_) {
                         detail);
   }
 
-  Parsed parsed =
-      parseWith(*bench, bench->loadMessage(args_.positional()[0], args_.has("text")), pFind);
+  const std::string body = bench->loadMessage(args_.positional()[0], args_.has("text"));
+  std::future<BodyFit> fit = startFitCheck(*bench, body);
+  Parsed parsed = parseWith(*bench, body, pFind);
   parsed.knownPaths = paths;
+  parsed.wide = args_.has("wide");
   showParse(stdout, *bench, parsed, "", args_.has("json"));
+  std::fflush(stdout);
+  if (parsed.status == TARN_SUCCESS) warnMisfits("parse", fit.get());
   if (parsed.status != TARN_SUCCESS) {
     throw ToolError(exit_refused, "the module refused the message (status " +
                                       std::to_string(parsed.status) + ") after storing " +
@@ -118,6 +136,18 @@ int runParse(const Args& args_) {
   return exit_ok;
 }
 
+// One trace on a line of its own. The trace holds string and bytes fields as
+// they stand, NUL and control bytes included: on a terminal they are escaped.
+void writeTrace(const Args& args_, const std::string& text_) {
+  if (args_.has("escape") || (stdoutIsTerminal() && !args_.has("no-escape"))) {
+    const std::string escaped = escapeBinary(text_);
+    std::fwrite(escaped.data(), 1, escaped.size(), stdout);
+  } else {
+    std::fwrite(text_.data(), 1, text_.size(), stdout);
+  }
+  std::fputc('\n', stdout);
+}
+
 int runTrace(const Args& args_) {
   auto bench = Workbench::open(args_);
   const bool fixed = args_.has("capacity");
@@ -126,6 +156,7 @@ int runTrace(const Args& args_) {
   if (args_.has("delimited")) {
     std::string data;
     const Delimited stream = readStream(args_, data);
+    const bool each = !args_.has("summary");
     size_t refused = 0, bytes = 0, chars = 0;
     std::string text;
     const auto start = Clock::now();
@@ -138,6 +169,7 @@ int runTrace(const Args& args_) {
       }
       bytes += m.second;
       chars += text.size();
+      if (each) writeTrace(args_, text);
     }
     const double seconds = secondsSince(start);
     return finishStream(stream, refused,
@@ -146,6 +178,7 @@ int runTrace(const Args& args_) {
   }
 
   const std::string body = bench->loadMessage(args_.positional()[0], args_.has("text"));
+  std::future<BodyFit> fitting = startFitCheck(*bench, body, trace_check_bytes);
   std::string text;
   int status = TARN_SUCCESS;
   if (fixed) {
@@ -154,10 +187,22 @@ int runTrace(const Args& args_) {
     text = bench->module->trace(body);
   }
   const size_t written = text.size();
-  // The trace holds string and bytes fields as they stand, NUL bytes included.
-  if (args_.has("escape")) text = escapeBinary(text);
-  std::fwrite(text.data(), 1, text.size(), stdout);
-  std::printf("\n");
+  writeTrace(args_, text);
+  std::fflush(stdout);
+  const BodyFit fit = fitting.get();
+  warnMisfits("trace", fit);
+  // The module traces any bytes; text read as wire format gives nonsense.
+  if (!args_.has("text") && !looksLikeText(args_.positional()[0]) && looksLikeTextBody(body)) {
+    std::fprintf(stderr, "tarnpb trace: note: %s\n", notProtobufVerdict(body).c_str());
+  }
+  for (const auto& group : fit.groups) {
+    std::fprintf(stderr,
+                 "tarnpb trace: note: %s is a proto2 group, which the trace does not show as a "
+                 "structure: its start and end tags each leave the key \"%s\" with nothing "
+                 "after the colon, and the fields inside it are looked up in the message around "
+                 "it, where a number it lacks ends that level of the trace\n",
+                 group.c_str(), group.substr(group.rfind('.') + 1).c_str());
+  }
   if (status != TARN_SUCCESS) {
     throw ToolError(exit_refused, "the module refused the trace (status " + std::to_string(status) +
                                       ") with " + std::to_string(capacity) + " bytes of room; " +
@@ -170,7 +215,11 @@ int runTrace(const Args& args_) {
 
 Command parseCommand() {
   std::vector<OptionSpec> options = inputOptions(schemaOptions());
-  options.push_back({"json", 'j', nullptr, false, "print the entries as JSON"});
+  options.push_back({"json", 'j', nullptr, false,
+                     "print the entries as JSON: strings as UTF-8 text; one that is not UTF-8 "
+                     "has U+FFFD for each stray byte and its exact bytes in \"value_hex\""});
+  options.push_back({"wide", 'w', nullptr, false,
+                     "show values the tree's column cuts whole, each on a line below its entry"});
   options.push_back({"find", 'f', "PATH", true,
                      "partial parse keeping only this dotted field path (e.g. order.price) "
                      "and what lies below it"});
@@ -193,11 +242,15 @@ Command traceCommand() {
                      "give the module a trace buffer of N bytes instead of one that grows "
                      "until the trace fits"});
   options.push_back({"escape", 'e', nullptr, false,
-                     "show bytes outside printable ASCII as \\xNN (the trace copies string and "
-                     "bytes fields as they stand)"});
+                     "show control bytes and bytes that are not UTF-8 as \\xNN (the trace copies "
+                     "string and bytes fields as they stand); the default on a terminal"});
+  options.push_back({"no-escape", 0, nullptr, false,
+                     "write the trace's bytes as they stand, also on a terminal"});
   return {{"trace", "[options] MESSAGE", "Show the module's trace text of a message.",
            "MESSAGE is a file, or - for the standard input. With --capacity, a buffer\n"
-           "too small is refused by the module; the text it wrote up to then is shown.",
+           "too small is refused by the module; the text it wrote up to then is shown.\n"
+           "Fields whose wire type their schema never has are warned about (in a body\n"
+           "over 4 MB, those of the fields that start in its first 4 MB).",
            options, 1, 1},
           runTrace};
 }

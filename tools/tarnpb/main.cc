@@ -10,6 +10,7 @@
 
 #include "commands.h"
 #include "host/module_driver.h"
+#include "self_docs.h"
 
 namespace {
 
@@ -23,7 +24,8 @@ void printUsage(std::FILE* pOut_) {
   std::fprintf(pOut_,
                "\n'tarnpb COMMAND --help' describes a command, 'tarnpb --version' the builds\n"
                "in use. Common options: --proto FILE, --proto-path DIR (repeatable),\n"
-               "--type NAME, --module PATH, --quiet.\n"
+               "--type NAME, --option KEY=VALUE (a server's configuration, verbatim),\n"
+               "--module PATH, --quiet. 'man tarnpb' has every command in one page.\n"
                "The module's log lines go to standard error with their level names.\n"
                "exit status: 0 success, 1 refused by the module or the schema, 2 usage error\n");
 }
@@ -47,6 +49,15 @@ int run(int argc_, char** argv_) {
   std::string name = argv_[1];
   if (name == "--version" || name == "version") {
     printVersion();
+    return tarnpb::exit_ok;
+  }
+  // For the build, which installs what these print.
+  if (name == "--man") {
+    std::fputs(tarnpb::manPage(TARNPB_VERSION).c_str(), stdout);
+    return tarnpb::exit_ok;
+  }
+  if (name == "--bash-completion") {
+    std::fputs(tarnpb::bashCompletion().c_str(), stdout);
     return tarnpb::exit_ok;
   }
   std::vector<std::string> rest(argv_ + 2, argv_ + argc_);

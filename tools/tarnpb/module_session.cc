@@ -22,24 +22,6 @@ size_t maxTraceCapacity(size_t bodyLength_) {
 
 }  // namespace
 
-SchemaConfig SchemaConfig::fromArgs(const Args& args_) {
-  SchemaConfig config;
-  config.file = args_.get("proto");
-  if (config.file.empty()) throw ToolError(exit_usage, "a schema is needed: --proto FILE");
-  config.protoPaths = args_.all("proto-path");
-  if (config.protoPaths.empty()) {
-    const size_t slash = config.file.rfind('/');
-    if (slash == std::string::npos) {
-      config.protoPaths.push_back(".");
-    } else {
-      config.protoPaths.push_back(slash == 0 ? "/" : config.file.substr(0, slash));
-      config.file = config.file.substr(slash + 1);
-    }
-  }
-  config.type = args_.get("type");
-  return config;
-}
-
 ModuleSession::ModuleSession(const std::string& modulePath_, bool quiet_) : _quiet(quiet_) {
   tarn_host::Logger::echoToStderr(!quiet_);
   std::string error;
@@ -63,7 +45,7 @@ void ModuleSession::showQuietLines(size_t mark_) const {
 
 void ModuleSession::createContext(const SchemaConfig& config_) {
   const size_t mark = tarn_host::Logger::mark();
-  _context = _module.createContext(config_.protoPaths, config_.file, config_.type);
+  _context = _module.createContext(config_.moduleOptions());
   showQuietLines(mark);
   if (_context != nullptr) return;
   std::string reason = "no reason logged";

@@ -8,23 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "config.h"
 #include "host/module_driver.h"
 #include "host/value_set.h"
 #include "tarn/tarn_xpath_hash_set.h"
 
 namespace tarnpb {
-
-class Args;
-
-// Where the schema lies, as the user gave it. Without --proto-path the
-// directory of --proto is the search path and its base name the file.
-struct SchemaConfig {
-  std::vector<std::string> protoPaths;
-  std::string file;
-  std::string type;  // may be empty until resolved with the tool's own schema
-
-  static SchemaConfig fromArgs(const Args& args_);
-};
 
 class ModuleSession {
  public:

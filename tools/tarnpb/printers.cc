@@ -156,7 +156,8 @@ class EntryWalker {
     frame.known = _expectedHash(e) == e.hash && (!pParent || pParent->known);
     frame.detached = !frame.known;
     const bool wantField = _withFields && _view.pRoot != nullptr &&
-                           (e.value_mask & tarn_message_xpath_value_mask_long ||
+                           (e.value_mask & (tarn_message_xpath_value_mask_long |
+                                            tarn_message_xpath_value_mask_double) ||
                             (e.value_mask == 0 && e.string_rep == nullptr));
     if (frame.known) {
       if (_withPaths) {
@@ -251,6 +252,20 @@ const std::string* enumNameOf(const EntryLine& line_, int64_t value_) {
   return pValue == nullptr || pValue->number() != value_ ? nullptr : &pValue->name();
 }
 
+// The module stores every integer as a signed 64-bit value and every floating
+// value as a double; they are shown as their declared type has them.
+bool declaredUnsigned64(const EntryLine& line_) {
+  return line_.pField != nullptr && line_.pField->cpp_type() == gp::FieldDescriptor::CPPTYPE_UINT64;
+}
+
+void appendFloating(std::string& out_, const EntryLine& line_, double value_) {
+  if (line_.pField != nullptr && line_.pField->type() == gp::FieldDescriptor::TYPE_FLOAT) {
+    appendFloat(out_, static_cast<float>(value_));
+  } else {
+    appendDouble(out_, value_);
+  }
+}
+
 // Entries directly below a message entry, along its child links.
 uint32_t childCount(const EntryWalker& walker_, uint32_t index_) {
   uint32_t count = 0;
@@ -341,8 +356,13 @@ void printTree(std::FILE* pOut_, const ParseView& view_) {
     line.fit(line.mark() - std::char_traits<char>::length(l.kind), 7);
     line.put("  ", 2);
     pStart = line.mark();
+    bool cut = false;
     if (l.kind[0] == 'i') {
-      line.decimal(static_cast<int64_t>(e.l));
+      if (declaredUnsigned64(l)) {
+        line.decimal(static_cast<uint64_t>(e.l));
+      } else {
+        line.decimal(static_cast<int64_t>(e.l));
+      }
       if (const std::string* pName = enumNameOf(l, e.l)) {
         line.put(" (", 2);
         line.bounded(pName->data(), pName->size(), tree_value_width + 1);
@@ -351,10 +371,11 @@ void printTree(std::FILE* pOut_, const ParseView& view_) {
     } else if (l.kind[0] == 'd' || l.kind[0] == 's') {
       scratch.clear();
       if (l.kind[0] == 'd') {
-        appendDouble(scratch, e.d);
+        appendFloating(scratch, l, e.d);
       } else {
         appendQuoted(scratch, e.string_rep, e.string_rep_length, tree_string_bytes);
       }
+      cut = scratch.size() > tree_value_width;
       line.bounded(scratch.data(), scratch.size(), tree_value_width + 1);
     } else {
       const uint32_t count = childCount(walker, i);
@@ -378,6 +399,16 @@ void printTree(std::FILE* pOut_, const ParseView& view_) {
     }
     line.put('\n');
     line.done();
+    // --wide: a value the column cuts follows whole on a line of its own.
+    if (cut && view_.wide) {
+      out += "       whole value: ";
+      if (l.kind[0] == 's') {
+        appendQuoted(out, e.string_rep, e.string_rep_length);
+      } else {
+        out += scratch;
+      }
+      out += '\n';
+    }
     sink.lineDone();
   }
   if (anyRequired) out += "(* required field)\n";
@@ -419,7 +450,11 @@ void printJson(std::FILE* pOut_, const ParseView& view_) {
     out += '"';
     if (l.kind[0] == 'i') {
       out += ",\"value\":";
-      appendDecimal(out, static_cast<int64_t>(e.l));
+      if (declaredUnsigned64(l)) {
+        appendDecimal(out, static_cast<uint64_t>(e.l));
+      } else {
+        appendDecimal(out, static_cast<int64_t>(e.l));
+      }
       if (const std::string* pName = enumNameOf(l, e.l)) {
         out += ",\"enum\":";
         appendJsonString(out, *pName);
@@ -427,7 +462,7 @@ void printJson(std::FILE* pOut_, const ParseView& view_) {
     } else if (l.kind[0] == 'd') {
       out += ",\"value\":";
       const size_t start = out.size();
-      appendDouble(out, e.d);
+      appendFloating(out, l, e.d);
       // nan and inf are no JSON numbers: they go as strings.
       if (out.find_first_of("ni", start) != std::string::npos) {
         const std::string text = out.substr(start);
@@ -436,7 +471,13 @@ void printJson(std::FILE* pOut_, const ParseView& view_) {
       }
     } else if (l.kind[0] == 's') {
       out += ",\"value\":";
-      appendJsonString(out, e.string_rep, e.string_rep_length);
+      // Bytes that are not UTF-8 show as U+FFFD in the value; their exact
+      // bytes follow in hex.
+      if (!appendJsonString(out, e.string_rep, e.string_rep_length)) {
+        out += ",\"value_hex\":\"";
+        appendHexCompact(out, e.string_rep, e.string_rep_length);
+        out += '"';
+      }
     }
     out += l.isDefault ? ",\"default\":true" : ",\"default\":false";
     out += l.required ? ",\"required\":true" : ",\"required\":false";

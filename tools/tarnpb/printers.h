@@ -22,6 +22,8 @@ struct ParseView {
   const tarn_host::ValueSet* pSet = nullptr;
   int status = 0;
   bool partial = false;
+  // The tree shows a value its column cuts once more, whole, below its line.
+  bool wide = false;
   // The tool's descriptor of the root type, for enum names; may be null.
   const google::protobuf::Descriptor* pRoot = nullptr;
   // Dotted paths by hash (those a partial parse asked for): they place an

@@ -1,12 +1,16 @@
 #include "schema.h"
 
+#include <google/protobuf/arena.h>
+#include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/io/tokenizer.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <google/protobuf/text_format.h>
-#include <google/protobuf/util/message_differencer.h>
 
+#include <algorithm>
 #include <sstream>
 
 #include "cli.h"
+#include "did_you_mean.h"
 
 namespace tarnpb {
 
@@ -31,7 +35,8 @@ void collectTypes(const gp::Descriptor* type_, std::vector<std::string>& out_) {
 
 }  // namespace
 
-Schema::Schema(const std::vector<std::string>& protoPaths_, const std::string& file_)
+Schema::Schema(const std::vector<std::pair<std::string, std::string>>& protoPaths_,
+               const std::string& file_)
     : _schema(protoPaths_, file_), _pFile(_schema.file()) {
   if (_pFile == nullptr) {
     const std::string& error = _schema.error();
@@ -47,9 +52,47 @@ std::vector<std::string> Schema::messageTypes() const {
   return names;
 }
 
+namespace {
+
+// The file and every file it imports, each once, the file first.
+std::vector<const gp::FileDescriptor*> closureOf(const gp::FileDescriptor* pFile_) {
+  std::vector<const gp::FileDescriptor*> files{pFile_};
+  for (size_t i = 0; i < files.size(); ++i) {
+    for (int d = 0; d < files[i]->dependency_count(); ++d) {
+      const gp::FileDescriptor* pDependency = files[i]->dependency(d);
+      if (std::find(files.begin(), files.end(), pDependency) == files.end())
+        files.push_back(pDependency);
+    }
+  }
+  return files;
+}
+
+}  // namespace
+
+std::vector<std::string> Schema::knownTypes() const {
+  std::vector<std::string> names;
+  for (const gp::FileDescriptor* pFile : closureOf(_pFile))
+    for (int i = 0; i < pFile->message_type_count(); ++i)
+      collectTypes(pFile->message_type(i), names);
+  return names;
+}
+
+std::vector<std::string> Schema::filesFrom(const std::string& dir_) const {
+  std::vector<std::string> files;
+  for (const gp::FileDescriptor* pFile : closureOf(_pFile)) {
+    const std::string disk = _schema.diskFile(pFile->name());
+    if (!disk.empty() && disk.compare(0, dir_.size() + 1, dir_ + "/") == 0)
+      files.push_back(pFile->name());
+  }
+  return files;
+}
+
 const gp::Descriptor* Schema::type(const std::string& fullName_) const {
   const gp::Descriptor* pType = _schema.type(fullName_);
   if (pType != nullptr) return pType;
+  const std::string close = didYouMean(fullName_, knownTypes());
+  if (!close.empty())
+    throw ToolError(exit_refused, "no message type " + fullName_ + " in " + _pFile->name() + close);
   std::string known;
   for (const auto& name : messageTypes()) known += (known.empty() ? "" : ", ") + name;
   throw ToolError(exit_refused, "no message type " + fullName_ + " in " + _pFile->name() +
@@ -93,13 +136,19 @@ bool Schema::decode(const gp::Descriptor* type_, const std::string& wire_,
   return gp::TextFormat::PrintToString(*message, &text_);
 }
 
-bool Schema::sameMessage(const gp::Descriptor* type_, const std::string& a_,
-                         const std::string& b_) const {
-  // Compared field by field: cheaper than writing both out again.
-  std::unique_ptr<gp::Message> a = _schema.newMessage(type_);
-  std::unique_ptr<gp::Message> b = _schema.newMessage(type_);
-  if (!a->ParsePartialFromString(a_) || !b->ParsePartialFromString(b_)) return false;
-  return gp::util::MessageDifferencer::Equals(*a, *b);
+bool Schema::canonical(const gp::Descriptor* type_, const std::string& wire_,
+                       std::string& out_) const {
+  // Written out rather than compared field by field: a reflective comparison
+  // of a large message costs several times its parse. On an arena, which is
+  // dropped whole instead of freeing the message object by object.
+  gp::Arena arena;
+  gp::Message* message = _schema.prototype(type_)->New(&arena);
+  if (!message->ParsePartialFromString(wire_)) return false;
+  out_.clear();
+  gp::io::StringOutputStream stream(&out_);
+  gp::io::CodedOutputStream coded(&stream);
+  coded.SetSerializationDeterministic(true);
+  return message->SerializePartialToCodedStream(&coded);
 }
 
 const gp::FieldDescriptor* Schema::fieldAt(const gp::Descriptor* root_,
@@ -113,6 +162,26 @@ const gp::FieldDescriptor* Schema::fieldAt(const gp::Descriptor* root_,
     pLevel = pField->message_type();
   }
   return pField;
+}
+
+std::string Schema::closestPath(const gp::Descriptor* root_,
+                                const std::vector<std::string>& names_) {
+  const gp::Descriptor* pLevel = root_;
+  std::string path;
+  for (const auto& name : names_) {
+    if (pLevel == nullptr) return "";
+    const gp::FieldDescriptor* pField = pLevel->FindFieldByName(name);
+    if (pField == nullptr) {
+      std::vector<std::string> fields;
+      for (int i = 0; i < pLevel->field_count(); ++i) fields.push_back(pLevel->field(i)->name());
+      const std::string close = closestName(name, fields);
+      if (close.empty()) return "";
+      pField = pLevel->FindFieldByName(close);
+    }
+    path += (path.empty() ? "" : ".") + pField->name();
+    pLevel = pField->message_type();
+  }
+  return path;
 }
 
 std::vector<std::string> splitPath(const std::string& path_) {

@@ -84,8 +84,17 @@ void appendHexCompact(std::string& out_, const char* pData_, size_t length_) {
 void appendQuoted(std::string& out_, const char* pData_, size_t length_, size_t maxBytes_) {
   out_ += '"';
   const size_t shown = maxBytes_ != 0 && length_ > maxBytes_ ? maxBytes_ : length_;
-  for (size_t i = 0; i < shown; ++i) {
-    const unsigned char c = static_cast<unsigned char>(pData_[i]);
+  const auto* p = reinterpret_cast<const unsigned char*>(pData_);
+  size_t i = 0;
+  while (i < shown) {
+    const unsigned char c = p[i];
+    // UTF-8 text is shown as text, never cut inside a character.
+    if (const size_t n = c >= 0x80 ? utf8SequenceLength(p + i, length_ - i) : 0) {
+      if (i + n > shown) break;
+      out_.append(pData_ + i, n);
+      i += n;
+      continue;
+    }
     switch (c) {
       case '"':
         out_ += "\\\"";
@@ -110,42 +119,87 @@ void appendQuoted(std::string& out_, const char* pData_, size_t length_, size_t 
           appendByteHex(out_, c);
         }
     }
+    ++i;
   }
   out_ += '"';
-  if (shown < length_) out_ += "...";
+  if (i < length_) out_ += "...";
 }
 
 std::string escapeBinary(const std::string& text_) {
   std::string out;
   out.reserve(text_.size());
-  for (char ch : text_) {
-    const unsigned char c = static_cast<unsigned char>(ch);
+  const auto* p = reinterpret_cast<const unsigned char*>(text_.data());
+  for (size_t i = 0; i < text_.size();) {
+    const unsigned char c = p[i];
     if (printable(c)) {
-      out += ch;
+      out += static_cast<char>(c);
+      ++i;
+    } else if (const size_t n = utf8SequenceLength(p + i, text_.size() - i)) {
+      out.append(text_, i, n);
+      i += n;
     } else {
       out += "\\x";
       appendByteHex(out, c);
+      ++i;
     }
   }
   return out;
 }
 
-void appendJsonString(std::string& out_, const char* pData_, size_t length_) {
+size_t utf8SequenceLength(const unsigned char* p_, size_t left_) {
+  const unsigned char c = p_[0];
+  size_t length;
+  unsigned char low = 0x80, high = 0xBF;  // the allowed range of the second byte
+  if (c >= 0xC2 && c <= 0xDF) {
+    length = 2;
+  } else if (c >= 0xE0 && c <= 0xEF) {
+    length = 3;
+    if (c == 0xE0) low = 0xA0;   // no overlong forms
+    if (c == 0xED) high = 0x9F;  // no surrogates
+  } else if (c >= 0xF0 && c <= 0xF4) {
+    length = 4;
+    if (c == 0xF0) low = 0x90;
+    if (c == 0xF4) high = 0x8F;  // nothing above U+10FFFF
+  } else {
+    return 0;
+  }
+  if (left_ < length || p_[1] < low || p_[1] > high) return 0;
+  for (size_t i = 2; i < length; ++i)
+    if ((p_[i] & 0xC0) != 0x80) return 0;
+  return length;
+}
+
+bool appendJsonString(std::string& out_, const char* pData_, size_t length_) {
   out_ += '"';
-  for (size_t i = 0; i < length_; ++i) {
-    const unsigned char c = static_cast<unsigned char>(pData_[i]);
-    if (c == '"') {
-      out_ += "\\\"";
-    } else if (c == '\\') {
-      out_ += "\\\\";
-    } else if (printable(c)) {
+  bool valid = true;
+  const auto* p = reinterpret_cast<const unsigned char*>(pData_);
+  for (size_t i = 0; i < length_;) {
+    const unsigned char c = p[i];
+    if (printable(c) && c != '"' && c != '\\') {
+      // A run of plain ASCII in one append.
+      size_t end = i + 1;
+      while (end < length_ && printable(p[end]) && p[end] != '"' && p[end] != '\\') ++end;
+      out_.append(pData_ + i, end - i);
+      i = end;
+    } else if (c == '"' || c == '\\') {
+      out_ += '\\';
       out_ += static_cast<char>(c);
-    } else {
+      ++i;
+    } else if (c < 0x80) {
       out_ += "\\u00";
       appendByteHex(out_, c);
+      ++i;
+    } else if (const size_t n = utf8SequenceLength(p + i, length_ - i)) {
+      out_.append(pData_ + i, n);
+      i += n;
+    } else {
+      out_ += "\xEF\xBF\xBD";  // U+FFFD REPLACEMENT CHARACTER
+      valid = false;
+      ++i;
     }
   }
   out_ += '"';
+  return valid;
 }
 
 void appendDecimal(std::string& out_, int64_t value_) { appendInteger(out_, value_); }
@@ -164,6 +218,15 @@ void appendDouble(std::string& out_, double value_) {
   for (int precision = 6; precision <= 17; ++precision) {
     std::snprintf(text, sizeof text, "%.*g", precision, value_);
     if (std::strtod(text, nullptr) == value_) break;
+  }
+  out_ += text;
+}
+
+void appendFloat(std::string& out_, float value_) {
+  char text[64];
+  for (int precision = 6; precision <= 9; ++precision) {
+    std::snprintf(text, sizeof text, "%.*g", precision, static_cast<double>(value_));
+    if (std::strtof(text, nullptr) == value_) break;
   }
   out_ += text;
 }

@@ -25,19 +25,27 @@ std::string hexBytes(const char* pData_, size_t length_, size_t maxBytes_ = 0);
 void appendHexCompact(std::string& out_, const char* pData_, size_t length_);
 
 // The bytes between double quotes, C-style escapes for quotes, backslashes and
-// anything not printable ASCII; past maxBytes_ (0: no limit) cut with "...".
+// any byte neither printable ASCII nor part of well-formed UTF-8; past
+// maxBytes_ (0: no limit) cut with "..." (never inside a character).
 void appendQuoted(std::string& out_, const char* pData_, size_t length_, size_t maxBytes_ = 0);
 
-// The bytes as they are, except those outside printable ASCII, which become
-// \xNN so that binary trace text cannot upset a terminal.
+// The bytes as they are, except control bytes and bytes that are no part of
+// well-formed UTF-8, which become \xNN so that binary trace text cannot upset
+// a terminal.
 std::string escapeBinary(const std::string& text_);
 
-// A JSON string literal. Bytes outside printable ASCII become \u00XX, one per
-// byte, so any byte string gives valid JSON that names its bytes exactly.
-void appendJsonString(std::string& out_, const char* pData_, size_t length_);
-inline void appendJsonString(std::string& out_, const std::string& text_) {
-  appendJsonString(out_, text_.data(), text_.size());
+// A JSON string literal of UTF-8 text: UTF-8 passes as it is, quotes and
+// backslashes are escaped, other ASCII control bytes become \u00XX. A byte
+// that is no part of a well-formed UTF-8 sequence becomes U+FFFD, so the
+// output is always valid JSON; the result says whether any did (the caller
+// then gives the exact bytes another way).
+bool appendJsonString(std::string& out_, const char* pData_, size_t length_);
+inline bool appendJsonString(std::string& out_, const std::string& text_) {
+  return appendJsonString(out_, text_.data(), text_.size());
 }
+// The bytes of the well-formed UTF-8 sequence at p_ (2 to 4), or 0 when there
+// is none there (ASCII included).
+size_t utf8SequenceLength(const unsigned char* p_, size_t left_);
 
 void appendDecimal(std::string& out_, int64_t value_);
 void appendDecimal(std::string& out_, uint64_t value_);
@@ -45,6 +53,9 @@ void appendDecimal(std::string& out_, uint64_t value_);
 void appendDecimal(std::string& out_, uint32_t value_, size_t width_ = 0);
 // The shortest "%g" form that reads back as the same double.
 void appendDouble(std::string& out_, double value_);
+// The same for a float: the shortest form that reads back as that float
+// (1.5e-07, not the 1.500000053056283e-07 of its widened double).
+void appendFloat(std::string& out_, float value_);
 
 // "0x1d5b3c2a"
 void appendHash(std::string& out_, uint32_t hash_);
