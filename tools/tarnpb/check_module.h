@@ -39,7 +39,6 @@ class CheckModule {
   std::string merge(tarn_host::ValueSet& update_, tarn_host::ValueSet& stored_) const;
 
  private:
-  std::string _copyDir;
   std::unique_ptr<ModuleSession> _session;
 };
 

@@ -22,10 +22,11 @@ size_t maxTraceCapacity(size_t bodyLength_) {
 
 }  // namespace
 
-ModuleSession::ModuleSession(const std::string& modulePath_, bool quiet_) : _quiet(quiet_) {
+ModuleSession::ModuleSession(const std::string& modulePath_, bool quiet_, bool privateCopy_)
+    : _quiet(quiet_) {
   tarn_host::Logger::echoToStderr(!quiet_);
   std::string error;
-  if (!_module.load(modulePath_, error)) throw ToolError(exit_refused, error);
+  if (!_module.load(modulePath_, error, privateCopy_)) throw ToolError(exit_refused, error);
   const size_t mark = tarn_host::Logger::mark();
   _module.start(&tarn_host::Logger::log);
   showQuietLines(mark);

@@ -20,7 +20,9 @@ class ModuleSession {
   // Loads the module and starts it. Its log lines go to standard error with
   // their level names; quiet_ keeps only those from warning up. Throws
   // ToolError (refused) when the library cannot be loaded.
-  ModuleSession(const std::string& modulePath_, bool quiet_);
+  // privateCopy_: a module instance of its own, loaded from a private copy of
+  // the library (see ModuleDriver::load), beside any other in the process.
+  ModuleSession(const std::string& modulePath_, bool quiet_, bool privateCopy_ = false);
   ~ModuleSession();
   ModuleSession(const ModuleSession&) = delete;
   ModuleSession& operator=(const ModuleSession&) = delete;
