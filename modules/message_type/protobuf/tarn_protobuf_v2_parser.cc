@@ -275,7 +275,7 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeMessage(
   child._depth = static_cast<uint8_t>(context_._depth + 1);
   child._baseHash = tarn_message_xpath_hash_add_separator(pValue_->hash);
   child._rootIndex = _insert(pValue_);
-  child._repeats = (context_._repeats || field_.is(field_repeated)) && !child._pTable->recursive;
+  child._repeats = (context_._repeats || field_.is(field_repeated)) && !field_.nested->recursive;
 
   // The level below links its own entries; this level's newest comes back
   // after it.
