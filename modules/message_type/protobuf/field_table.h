@@ -100,14 +100,16 @@ struct type_table {
   std::vector<uint32_t> byNumber;
   std::vector<std::pair<int32_t, uint32_t>> sorted;
   std::string traceKeys;  // every field's traceKey, one after another
-  // Per field number below 16, the field it names, or null: a one-byte tag
-  // (below 0x80) shifted right by the wire type's bits is such a number, so
-  // the walk goes from the tag byte straight to the field and, through its
-  // decode entry for the tag's low bits, to the decoder, without splitting
-  // the tag or searching. Indexed by number rather than by tag byte, the
-  // table is an eighth of the size at the cost of one shift. Set once fields
-  // no longer moves.
-  const field_entry* byTag[16];
+  // Per first tag byte shifted right by the wire type's bits, the field it
+  // names, or null: a one-byte tag (below 0x80) gives a field number below
+  // 16, so the walk goes from the tag byte straight to the field and,
+  // through its decode entry for the tag's low bits, to the decoder, without
+  // splitting the tag or searching. A byte that continues the tag (0x80 and
+  // up) falls in the upper half, which is always null, so the walk tests the
+  // entry and not the byte. Indexed by the shifted byte rather than the
+  // byte, the table is a quarter of the size at the cost of the shift, which
+  // the test it saves pays for. Set once fields no longer moves.
+  const field_entry* byTag[32];
 
   // Copies of the sizes and starts above, set once the vectors are final:
   // the hot loops then neither divide by the entry size nor reload a vector.

@@ -13,6 +13,10 @@ static_assert(FieldDescriptor::TYPE_DOUBLE == 1 && FieldDescriptor::TYPE_INT32 =
                   FieldDescriptor::TYPE_GROUP == 10 && FieldDescriptor::TYPE_SINT64 == 18 &&
                   FieldDescriptor::MAX_TYPE == 18,
               "field type numbers as travelOf takes them");
+// The level walk indexes the tag table with any first tag byte, shifted.
+static_assert(sizeof(type_table::byTag) / sizeof(type_table::byTag[0]) ==
+                  (0xFFu >> wiretype_bits) + 1,
+              "one tag table entry per first tag byte, shifted");
 
 namespace {
 
@@ -213,11 +217,12 @@ int tarn_protobuf_v2_parser::_parseLevel(parse_context& context_) {
   while (in.more()) {
     const char* const pValueStart = in.position();
     // A one-byte tag of a field numbered below 16 names its field through
-    // the tag table; any other tag is split and looked up.
+    // the tag table; any other tag (longer ones meet the table's null upper
+    // half) is split and looked up.
     const unsigned first = in.peekByte();
     const field_entry* pThis;
     unsigned decoder;
-    if (first < 0x80 && (pThis = table.byTag[first >> wiretype_bits]) != nullptr) {
+    if ((pThis = table.byTag[first >> wiretype_bits]) != nullptr) {
       in.skip(1);
       decoder = pThis->decode[first & wiretype_mask];
     } else {
@@ -270,7 +275,7 @@ TARN_ALWAYS_INLINE int tarn_protobuf_v2_parser::_consumeMessage(
   child._depth = static_cast<uint8_t>(context_._depth + 1);
   child._baseHash = tarn_message_xpath_hash_add_separator(pValue_->hash);
   child._rootIndex = _insert(pValue_);
-  child._repeats = (context_._repeats || field_.is(field_repeated)) && !child._pTable->recursive;
+  child._repeats = (context_._repeats || field_.is(field_repeated)) && !field_.nested->recursive;
 
   // The level below links its own entries; this level's newest comes back
   // after it.

@@ -64,15 +64,19 @@ bool writeValues(const tarn_message_value* pValues_, size_t count_, char*& pDst_
   uint32_t currentDepth = 0;
   for (size_t idx = 0; idx < count_; ++idx) {
     const tarn_message_value* pValue = pValues_ + idx;
-    // A fall of k levels closes the k innermost submessages. The difference
-    // is taken in 64 bits, so a rise is always a rise whatever the depths.
-    // A list that falls further than it opened (or rose without a document
+    // A fall of k levels closes the k innermost submessages; the depths are
+    // compared before they are subtracted, so a rise is always a rise. A
+    // list that falls further than it opened (or rose without a document
     // value, which opens nothing) closes only what is open: the stack is
-    // never popped empty, and every reserved slot still gets its length.
-    int64_t depthDelta = static_cast<int64_t>(pValue->depth) - currentDepth;
-    for (; depthDelta < 0 && !stack.empty(); ++depthDelta)
-      if (!closeSubmessage(stack, pDst)) return false;
-    currentDepth = pValue->depth;
+    // never popped empty, and every reserved slot still gets its length. A
+    // fall is rare (once per nested message), so the common value pays one
+    // comparison and the loop over the stack stays off its path.
+    const uint32_t depth = pValue->depth;
+    if (__builtin_expect(depth < currentDepth, 0)) {
+      for (uint32_t fall = currentDepth - depth; fall != 0 && !stack.empty(); --fall)
+        if (!closeSubmessage(stack, pDst)) return false;
+    }
+    currentDepth = depth;
 
     const tarn_message_xpath_value& value = pValue->xpath_value;
     if (value.type_hint == tarn_message_xpath_value_type_document) {
