@@ -6,7 +6,9 @@
 # instead of timing, runs each contender a fixed number of times between
 # client requests that zero and dump the counts; this script reads the dumps.
 # Arguments go to the benchmark binary (--filter=TEXT, --callgrind-iterations=N);
-# TARN_BASELINE_MODULE works as for scripts/bench.sh. Takes a minute or two.
+# TARN_BASELINE_MODULE works as for scripts/bench.sh: the baseline must be built
+# in Release, as the benchmark builds the module, or the module / baseline
+# ratios compare two optimisation levels. Takes a minute or two.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/bench.sh" --build-only

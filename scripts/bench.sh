@@ -5,8 +5,10 @@
 # the ratios the module must reach, all from one run of interleaved rounds.
 # Extra arguments go to the benchmark binary (--rounds=N, --sample-ms=X,
 # --filter=TEXT). TARN_BASELINE_MODULE=path/to/another/build.so times that
-# build of the module beside this one. --build-only stops after the build (of
-# this benchmark and of scripts/bench-contexts.sh's).
+# build of the module beside this one; build it in Release, as this script
+# builds the module, since a baseline built otherwise (RelWithDebInfo's -O2,
+# say) skews every module / baseline ratio. --build-only stops after the build
+# (of this benchmark and of scripts/bench-contexts.sh's).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/setup.sh"

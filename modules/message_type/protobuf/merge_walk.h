@@ -206,14 +206,11 @@ class merge_walk {
   // each copy starts where the last one ended: the fields of a level that go
   // out unchanged usually lie back to back in their message.
   void _copy(const char* pSrc_, size_t n_) {
-    // Most copies continue the pending range: that case first, on its own.
-    if (pSrc_ == _pPending + _pendingLength) {
-      _pendingLength += n_;
-      return;
+    if (pSrc_ != _pPending + _pendingLength) {
+      _flush();
+      _pPending = pSrc_;
     }
-    _flush();
-    _pPending = pSrc_;
-    _pendingLength = n_;
+    _pendingLength += n_;
   }
   void _flush() {
     if (_pendingLength == 0) return;

@@ -63,8 +63,12 @@ TARN_ALWAYS_INLINE void tarn_protobuf_v2_parser::_initializeEntry(
 
 TARN_ALWAYS_INLINE uint32_t tarn_protobuf_v2_parser::_hash(const field_entry& field_,
                                                            const parse_context& context_) {
-  if (context_._repeats && _hashes.on()) return _hashes.hash(field_, context_._baseHash);
-  return tarn_message_xpath_hash_string(field_.name, field_.nameLength, context_._baseHash);
+  // The host's hash is the usual case (every level outside a repeated one):
+  // marked so, it falls through to the entry's fill and the memo's paths take
+  // the jump.
+  if (__builtin_expect(!context_._repeats || !_hashes.on(), 1))
+    return tarn_message_xpath_hash_string(field_.name, field_.nameLength, context_._baseHash);
+  return _hashes.hash(field_, context_._baseHash);
 }
 
 TARN_ALWAYS_INLINE uint32_t
