@@ -5,31 +5,13 @@
 
 #include "host/value_set.h"
 #include "modules/message_type/protobuf/tarn_protobuf_v2_parser.h"
+#include "wire_walk.h"
 
 namespace tarnpb {
 
 namespace gp = google::protobuf;
 
 namespace {
-
-std::string wireTypeName(uint32_t wireType_) {
-  switch (wireType_) {
-    case VARINT:
-      return "0 (varint)";
-    case FIXED64:
-      return "1 (fixed64)";
-    case LENGTH_DELIMITED:
-      return "2 (length-delimited)";
-    case 3:
-      return "3 (group start)";
-    case 4:
-      return "4 (group end)";
-    case FIXED32:
-      return "5 (fixed32)";
-    default:
-      return std::to_string(wireType_) + " (no such wire type)";
-  }
-}
 
 std::string plural(size_t count_, const char* noun_) {
   return std::to_string(count_) + " " + noun_ + (count_ == 1 ? "" : "s");

@@ -48,10 +48,10 @@ bool nextField(const char*& p_, const char* pEnd_, WireField& field_) {
   return true;
 }
 
-const char* wireTypeName(uint32_t wireType_) {
+std::string wireTypeName(uint32_t wireType_) {
   static const char* const names[] = {"0 (varint)",      "1 (fixed64)",   "2 (length-delimited)",
                                       "3 (group start)", "4 (group end)", "5 (fixed32)"};
-  return wireType_ < 6 ? names[wireType_] : "no such wire type";
+  return wireType_ < 6 ? names[wireType_] : std::to_string(wireType_) + " (no such wire type)";
 }
 
 }  // namespace tarnpb

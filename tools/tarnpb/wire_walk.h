@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace tarnpb {
 
@@ -25,9 +26,9 @@ struct WireField {
 // or wire type 6 or 7. Group start and end tags (3, 4) carry no value.
 bool nextField(const char*& p_, const char* pEnd_, WireField& field_);
 
-// "2 (length-delimited)": a wire type as messages name it; 6 and 7 are
-// "no such wire type".
-const char* wireTypeName(uint32_t wireType_);
+// "2 (length-delimited)": a wire type as messages name it; "6 (no such wire
+// type)" for 6 and 7.
+std::string wireTypeName(uint32_t wireType_);
 
 }  // namespace tarnpb
 
