@@ -9,6 +9,7 @@ packages=(
   libgtest-dev libgmock-dev libprotozero-dev
   clang libclang-rt-14-dev valgrind time
   dpkg-dev file
+  libcli11-dev rapidjson-dev libfmt-dev
 )
 
 missing=()
