@@ -151,6 +151,16 @@ bool Schema::canonical(const gp::Descriptor* type_, const std::string& wire_,
   return message->SerializePartialToCodedStream(&coded);
 }
 
+bool Schema::sameMessage(const gp::Descriptor* type_, const std::string& original_,
+                         const std::string& rebuilt_) const {
+  // canonical() is idempotent, so a rebuild whose canonical form is the
+  // original's bytes has the original's canonical form too.
+  std::string rebuiltForm, originalForm;
+  if (!canonical(type_, rebuilt_, rebuiltForm)) return false;
+  if (rebuiltForm == original_) return true;
+  return canonical(type_, original_, originalForm) && originalForm == rebuiltForm;
+}
+
 const gp::FieldDescriptor* Schema::fieldAt(const gp::Descriptor* root_,
                                            const std::vector<std::string>& names_) {
   const gp::Descriptor* pLevel = root_;

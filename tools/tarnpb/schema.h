@@ -48,6 +48,12 @@ class Schema {
   // their canonical forms are equal. False when libprotobuf cannot read it.
   bool canonical(const google::protobuf::Descriptor* type_, const std::string& wire_,
                  std::string& out_) const;
+  // Whether libprotobuf reads rebuilt_ as the message it reads original_ as.
+  // The rebuild's canonical form is held against original_'s own bytes first:
+  // a body that libprotobuf wrote is already canonical, and then original_
+  // needs no reading of its own.
+  bool sameMessage(const google::protobuf::Descriptor* type_, const std::string& original_,
+                   const std::string& rebuilt_) const;
 
   // A path close to names_ that does lead to a field, for "did you mean": each
   // name not found replaced by the closest field name of its level. Empty when
