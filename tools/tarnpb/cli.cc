@@ -91,11 +91,13 @@ ToolError unknownOption(const CommandSpec& command_, const std::string& arg_) {
 Args parseArgs(const CommandSpec& command_, const std::vector<std::string>& argv_) {
   CLI::App app;
   app.allow_extras();
+  std::vector<const CLI::Option*> options;  // as the table lists them
   for (const auto& o : command_.options) {
     const std::string names =
         (o.shortName != 0 ? std::string{'-', o.shortName, ','} : "") + "--" + o.name;
-    (o.valueName != nullptr ? app.add_option(names)->type_name(o.valueName) : app.add_flag(names))
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    options.push_back((o.valueName != nullptr ? app.add_option(names)->type_name(o.valueName)
+                                              : app.add_flag(names))
+                          ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll));
   }
   CLI::Option* pPositional = app.add_option("arguments")->expected(0, -1)->allow_extra_args();
 
@@ -125,9 +127,10 @@ Args parseArgs(const CommandSpec& command_, const std::vector<std::string>& argv
 
   for (const auto& arg : app.remaining())
     if (arg != "--") throw unknownOption(command_, unmarked(arg));
-  for (const auto& o : command_.options) {
+  for (size_t i = 0; i < options.size(); ++i) {
+    const OptionSpec& o = command_.options[i];
     const std::string shown = std::string("--") + o.name;
-    for (const auto& result : app.get_option(shown)->results()) {
+    for (const auto& result : options[i]->results()) {
       if (o.valueName == nullptr && result.find(inline_mark) != std::string::npos)
         throw ToolError(exit_usage, "option " + shown + " takes no value" + see(command_));
       if (!o.repeatable && args.has(o.name))
