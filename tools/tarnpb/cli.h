@@ -1,6 +1,7 @@
 // Command-line handling for tarnpb: the option tables of each subcommand, the
-// reading of a command line by them and the generated --help text. Every failure the user can
-// cause is a ToolError carrying the exit status and one line of explanation.
+// reading of a command line by them (with CLI11) and the generated --help
+// text. Every failure the user can cause is a ToolError carrying the exit
+// status and one line of explanation.
 #ifndef TARN_TOOLS_TARNPB_CLI_H
 #define TARN_TOOLS_TARNPB_CLI_H
 
