@@ -1,5 +1,7 @@
 #include "cli.h"
 
+#include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdlib>
 #include <sstream>
 
@@ -29,18 +31,6 @@ size_t Args::getSize(const std::string& name_, size_t fallback_) const {
 
 namespace {
 
-const OptionSpec* findLong(const CommandSpec& command_, const std::string& name_) {
-  for (const auto& o : command_.options)
-    if (name_ == o.name) return &o;
-  return nullptr;
-}
-
-const OptionSpec* findShort(const CommandSpec& command_, char name_) {
-  for (const auto& o : command_.options)
-    if (o.shortName != 0 && o.shortName == name_) return &o;
-  return nullptr;
-}
-
 // Words of text_ on lines that end by column width_, every line after the
 // first indented to column indent_.
 std::string wrap(const std::string& text_, size_t indent_, size_t width_) {
@@ -66,87 +56,90 @@ std::string see(const CommandSpec& command_) {
   return " (see tarnpb " + std::string(command_.name) + " --help)";
 }
 
-// " (did you mean --proto?)" for a long option name with a slip in it, or the
-// pointer to --help.
-std::string suggestion(const CommandSpec& command_, const std::string& name_) {
+// CLI11 reads "--name=" as "--name" and takes the next argument for the
+// value, and keeps "--flag=value" as the flag's value. A NUL, which no
+// argument can hold, put after the '=' keeps an empty value where it was
+// given and marks a flag's value as typed; every value read loses it again.
+const char inline_mark = '\0';
+
+std::string marked(const std::string& arg_) {
+  const size_t eq = arg_.find('=');
+  if (arg_.compare(0, 2, "--") != 0 || eq == std::string::npos) return arg_;
+  return arg_.substr(0, eq + 1) + inline_mark + arg_.substr(eq + 1);
+}
+
+std::string unmarked(std::string text_) {
+  text_.erase(std::remove(text_.begin(), text_.end(), inline_mark), text_.end());
+  return text_;
+}
+
+// An argument CLI11 did not take: "--name[=value]" or a group of short
+// options whose first letter is unknown. A long name with a slip in it gets
+// " (did you mean --proto?)", anything else the pointer to --help.
+ToolError unknownOption(const CommandSpec& command_, const std::string& arg_) {
+  if (arg_.compare(0, 2, "--") != 0)
+    return ToolError(exit_usage, "unknown option " + arg_.substr(0, 2) + see(command_));
+  const std::string shown = arg_.substr(0, arg_.find('='));
   std::vector<std::string> names;
   for (const auto& o : command_.options) names.push_back(std::string("--") + o.name);
-  const std::string close = didYouMean("--" + name_, names);
-  return close.empty() ? see(command_) : close;
+  const std::string close = didYouMean(shown, names);
+  return ToolError(exit_usage, "unknown option " + shown + (close.empty() ? see(command_) : close));
 }
 
 }  // namespace
 
-namespace {
-
-// Records one occurrence of an option, taking its value from inline_ (the
-// text after "=", or after a short option's letter) or from the next argument.
-void takeOption(const CommandSpec& command_, const OptionSpec& spec_, const std::string& shown_,
-                const std::string* pInline_, const std::vector<std::string>& argv_, size_t& i_,
-                Args& args_) {
-  std::string value;
-  if (spec_.valueName != nullptr) {
-    if (pInline_ != nullptr) {
-      value = *pInline_;
-    } else if (i_ + 1 < argv_.size()) {
-      value = argv_[++i_];
-    } else {
-      throw ToolError(exit_usage, "option " + shown_ + " needs a value " + spec_.valueName);
-    }
-  } else if (pInline_ != nullptr) {
-    throw ToolError(exit_usage, "option " + shown_ + " takes no value" + see(command_));
+Args parseArgs(const CommandSpec& command_, const std::vector<std::string>& argv_) {
+  CLI::App app;
+  app.allow_extras();
+  std::vector<const CLI::Option*> options;  // as the table lists them
+  for (const auto& o : command_.options) {
+    const std::string names =
+        (o.shortName != 0 ? std::string{'-', o.shortName, ','} : "") + "--" + o.name;
+    options.push_back((o.valueName != nullptr ? app.add_option(names)->type_name(o.valueName)
+                                              : app.add_flag(names))
+                          ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll));
   }
-  if (!spec_.repeatable && args_.has(spec_.name))
-    throw ToolError(exit_usage, "option " + shown_ + " may be given only once");
-  args_.add(spec_.name, value);
-}
+  CLI::Option* pPositional = app.add_option("arguments")->expected(0, -1)->allow_extra_args();
 
-}  // namespace
-
-Args scanArgs(const CommandSpec& command_, const std::vector<std::string>& argv_) {
+  std::vector<std::string> reversed;
+  for (auto it = argv_.rbegin(); it != argv_.rend(); ++it) reversed.push_back(marked(*it));
   Args args;
-  bool optionsEnded = false;
-  for (size_t i = 0; i < argv_.size(); ++i) {
-    const std::string& arg = argv_[i];
-    // A lone "-" is the standard input, a positional argument.
-    if (optionsEnded || arg.size() < 2 || arg[0] != '-') {
-      args.addPositional(arg);
-      continue;
-    }
-    if (arg == "--") {
-      optionsEnded = true;
-      continue;
-    }
-    if (arg[1] == '-') {
-      std::string name = arg.substr(2);
-      const size_t eq = name.find('=');
-      std::string inlineValue;
-      if (eq != std::string::npos) {
-        inlineValue = name.substr(eq + 1);
-        name.resize(eq);
-      }
-      const OptionSpec* pSpec = findLong(command_, name);
-      if (pSpec == nullptr) {
-        throw ToolError(exit_usage, "unknown option --" + name + suggestion(command_, name));
-      }
-      takeOption(command_, *pSpec, "--" + name, eq == std::string::npos ? nullptr : &inlineValue,
-                 argv_, i, args);
-      continue;
-    }
-    // Short options as getopt reads them: flags may be combined (-qj), and a
-    // value may follow its letter directly (-I/usr/include).
-    for (size_t k = 1; k < arg.size(); ++k) {
-      const OptionSpec* pSpec = findShort(command_, arg[k]);
-      const std::string shown = std::string("-") + arg[k];
-      if (pSpec == nullptr) throw ToolError(exit_usage, "unknown option " + shown + see(command_));
-      if (pSpec->valueName != nullptr && k + 1 < arg.size()) {
-        const std::string rest = arg.substr(k + 1);
-        takeOption(command_, *pSpec, shown, &rest, argv_, i, args);
-        break;
-      }
-      takeOption(command_, *pSpec, shown, nullptr, argv_, i, args);
+  try {
+    app.parse(reversed);
+  } catch (const CLI::CallForHelp&) {
+    // Answered below, before any complaint about the rest.
+  } catch (const CLI::ArgumentMismatch& e) {
+    // Only an option that ends the command line lacks its value: "--proto",
+    // or the last letter of "-qp".
+    const std::string& last = argv_.back();
+    const std::string shown = last.compare(0, 2, "--") == 0 ? last : std::string{'-', last.back()};
+    const CLI::Option* pOption = app.get_option_no_throw(shown);
+    if (app.get_help_ptr()->count() == 0) {
+      throw ToolError(exit_usage, pOption == nullptr ? e.what()
+                                                     : "option " + shown + " needs a value " +
+                                                           pOption->get_type_name());
     }
   }
+  if (app.get_help_ptr()->count() != 0) {
+    args.add("help", "");
+    return args;
+  }
+
+  for (const auto& arg : app.remaining())
+    if (arg != "--") throw unknownOption(command_, unmarked(arg));
+  for (size_t i = 0; i < options.size(); ++i) {
+    const OptionSpec& o = command_.options[i];
+    const std::string shown = std::string("--") + o.name;
+    for (const auto& result : options[i]->results()) {
+      if (o.valueName == nullptr && result.find(inline_mark) != std::string::npos)
+        throw ToolError(exit_usage, "option " + shown + " takes no value" + see(command_));
+      if (!o.repeatable && args.has(o.name))
+        throw ToolError(exit_usage, "option " + shown + " may be given only once");
+      args.add(o.name, o.valueName != nullptr ? unmarked(result) : "");
+    }
+  }
+  for (const auto& arg : pPositional->results()) args.addPositional(unmarked(arg));
+
   const int count = static_cast<int>(args.positional().size());
   if (count < command_.minPositional) {
     throw ToolError(exit_usage, std::string("missing argument: tarnpb ") + command_.name + " " +

@@ -1,6 +1,7 @@
 // Command-line handling for tarnpb: the option tables of each subcommand, the
-// argument scanner and the generated --help text. Every failure the user can
-// cause is a ToolError carrying the exit status and one line of explanation.
+// reading of a command line by them (with CLI11) and the generated --help
+// text. Every failure the user can cause is a ToolError carrying the exit
+// status and one line of explanation.
 #ifndef TARN_TOOLS_TARNPB_CLI_H
 #define TARN_TOOLS_TARNPB_CLI_H
 
@@ -46,8 +47,9 @@ struct CommandSpec {
   int maxPositional;  // -1: any number
 };
 
-// What the scanner found: option values by long name (flags hold one empty
-// string per occurrence) and the positional arguments in order.
+// What the command line gave: option values by long name (flags hold one
+// empty string per occurrence; "help" when -h or --help was given) and the
+// positional arguments in order.
 class Args {
  public:
   bool has(const std::string& name_) const { return _values.count(name_) != 0; }
@@ -69,11 +71,13 @@ class Args {
   std::vector<std::string> _positional;
 };
 
-// Scans argv (after the subcommand name) against the command's table. Throws
-// ToolError with exit_usage on an unknown option, a missing value, a repeated
-// single option or a wrong number of positional arguments. --help is answered
-// by the caller before scanning.
-Args scanArgs(const CommandSpec& command_, const std::vector<std::string>& argv_);
+// Reads argv (after the subcommand name) as the command's table declares it,
+// with getopt's habits: "--name value", "--name=value", "-Ivalue", "-qj", "--"
+// ending the options, "-" a positional argument. Throws ToolError with
+// exit_usage on an unknown option, a missing value, a flag given a value, a
+// repeated single option or a wrong number of positional arguments, unless
+// help was asked for.
+Args parseArgs(const CommandSpec& command_, const std::vector<std::string>& argv_);
 
 std::string commandHelp(const CommandSpec& command_);
 

@@ -72,15 +72,11 @@ int run(int argc_, char** argv_) {
   }
   for (const auto& command : tarnpb::commands()) {
     if (name != command.spec.name) continue;
-    for (const auto& arg : rest) {
-      if (arg == "--") break;
-      if (isHelp(arg)) {
-        std::fputs(tarnpb::commandHelp(command.spec).c_str(), stdout);
-        return tarnpb::exit_ok;
-      }
-    }
     try {
-      return command.run(tarnpb::scanArgs(command.spec, rest));
+      const tarnpb::Args args = tarnpb::parseArgs(command.spec, rest);
+      if (!args.has("help")) return command.run(args);
+      std::fputs(tarnpb::commandHelp(command.spec).c_str(), stdout);
+      return tarnpb::exit_ok;
     } catch (const tarnpb::ToolError& e) {
       std::fflush(stdout);
       std::fprintf(stderr, "tarnpb %s: %s\n", command.spec.name, e.what());
