@@ -35,6 +35,10 @@ void writeNumber(JsonOut& out_, JsonWriter& writer_, T value_) {
     out_.string("nan", 3);
   } else if (std::isinf(value_)) {
     out_.string(value_ < 0 ? "-inf" : "inf");
+  } else if (value_ == 0 && std::signbit(value_)) {
+    // Readers take -0 for the integer 0: the point keeps the sign.
+    writer_.beginValue(rapidjson::kNumberType).write("-0.0", 4);
+    writer_.endValue();
   } else {
     // {fmt}'s plain form is the shortest that reads back as the same T.
     char text[48];
