@@ -53,6 +53,8 @@ TEST(ToolJson, ValuesReadBackExactly) {
   const double inf = std::numeric_limits<double>::infinity();
   const std::string cafe = "caf\xC3\xA9 \xE2\x82\xAC";
   const std::string control("a\x01\x1f\"\\/\x7f\tb\0", 10);
+  // Long enough to be read eight bytes at a time, each special byte late.
+  const std::string late = "0123456789abcdef\"0123456789\\01234567\x1f" + cafe + "xyz";
   const struct {
     std::string args, body;
     const char* name;
@@ -78,6 +80,9 @@ TEST(ToolJson, ValuesReadBackExactly) {
        "\x7f"
        R"(\tb\u0000")",
        [&](const Value& e) { EXPECT_EQ(control, text(e["value"])); }},
+      {sample, Body().str(2, late), "name",
+       R"("0123456789abcdef\"0123456789\\01234567\u001F)" + cafe + "xyz\"",
+       [&](const Value& e) { EXPECT_EQ(late, text(e["value"])); }},
       {book, Body().fixed64(2, ~uint64_t{0}), "sequence", "18446744073709551615",
        [](const Value& e) {
          ASSERT_TRUE(e["value"].IsUint64());
