@@ -11,9 +11,8 @@ namespace tarnpb {
 
 namespace {
 
-// Scans text for what the writer must see to: the end of its well-formed
-// UTF-8 (all of it, or where a stray byte stands), and whether any character
-// before that needs an escape.
+// What a look at text finds: where its well-formed UTF-8 ends (at its end,
+// or at a stray byte), and whether any character before that needs an escape.
 struct TextScan {
   size_t good = 0;
   bool plain = true;  // no quote, backslash or control byte
@@ -99,11 +98,12 @@ void JsonOut::_floating(T value_) {
     string(value_ < 0 ? "-inf" : "inf");
   } else if (value_ == 0 && std::signbit(value_)) {
     // Readers take -0 for the integer 0: the point keeps the sign.
-    _ready("-0.0", nullptr, rapidjson::kNumberType);
+    _ready("-0.0", 4, rapidjson::kNumberType);
   } else {
     // {fmt}'s plain form is the shortest that reads back as the same T.
     char text[48];
-    _ready(text, fmt::format_to(text, "{}", value_), rapidjson::kNumberType);
+    const char* const pEnd = fmt::format_to(text, "{}", value_);
+    _ready(text, static_cast<size_t>(pEnd - text), rapidjson::kNumberType);
   }
 }
 
@@ -155,12 +155,6 @@ void JsonOut::hex(const char* pData_, size_t length_) {
     done += count;
   }
   stream.Put('"');
-  _writer.endValue();
-}
-
-void JsonOut::_ready(const char* pText_, const char* pEnd_, rapidjson::Type type_) {
-  _writer.beginValue(type_).write(
-      pText_, pEnd_ ? static_cast<size_t>(pEnd_ - pText_) : std::strlen(pText_));
   _writer.endValue();
 }
 

@@ -103,8 +103,11 @@ class JsonOut {
   }
   JsonOut& key(const std::string& name_) { return _key(name_.data(), name_.size()); }
 
-  void null() { _writer.Null(); }
-  void boolean(bool value_) { _writer.Bool(value_); }
+  void null() { _ready("null", 4, rapidjson::kNullType); }
+  void boolean(bool value_) {
+    _ready(value_ ? "true" : "false", value_ ? 4 : 5,
+           value_ ? rapidjson::kTrueType : rapidjson::kFalseType);
+  }
   // Integers exactly, all 64 bits: 18446744073709551615 stays so.
   void integer(int64_t value_) { _integer(value_); }
   void unsignedInteger(uint64_t value_) { _integer(value_); }
@@ -118,6 +121,8 @@ class JsonOut {
   bool string(const char* pText_, size_t length_);
   bool string(const std::string& text_) { return string(text_.data(), text_.size()); }
   bool string(const char* pText_) { return string(pText_, std::strlen(pText_)); }
+  // A string the tool spells itself, which needs no escape (e.g. "int").
+  void word(const char* pWord_) { _key(pWord_, std::strlen(pWord_)); }
   void strings(const std::vector<std::string>& values_);
   // Bytes that may not be text: key_ holds them as a string, and when they
   // are not UTF-8, hexKey_ holds their exact bytes as well.
@@ -140,8 +145,11 @@ class JsonOut {
   }
   template <typename T>
   void _floating(T value_);
-  // A value whose text is ready; a null pEnd_ ends it at its NUL.
-  void _ready(const char* pText_, const char* pEnd_, rapidjson::Type type_);
+  // A value whose text is ready.
+  void _ready(const char* pText_, size_t length_, rapidjson::Type type_) {
+    _writer.beginValue(type_).write(pText_, length_);
+    _writer.endValue();
+  }
 
   JsonStream _stream;
   JsonWriter _writer;

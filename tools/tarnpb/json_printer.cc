@@ -68,7 +68,7 @@ void printJson(JsonOut& out_, const ParseView& view_) {
     index(out_, "parent", e.parent);
     index(out_, "first_child", e.first_child);
     index(out_, "next_sibling", e.next_sibling);
-    out_.key("kind").string(l.kind);
+    out_.key("kind").word(l.kind);
     value(out_, l, e);
     out_.key("default").boolean(l.isDefault);
     out_.key("required").boolean(l.required);
