@@ -53,23 +53,22 @@ TEST(Tool, ParseJsonNamesEveryEntry) {
   ASSERT_EQ(0, run.status) << run.lastError;
   auto entry = [](std::string head, std::initializer_list<std::string> path, std::string links,
                   std::string kind, std::string tail) {
-    return R"( {"index":)" + head + R"(","hash":)" + std::to_string(tarn_test::pathHash(path)) +
+    return R"({"index":)" + head + R"(","hash":)" + std::to_string(tarn_test::pathHash(path)) +
            links + R"(,"kind":")" + kind + R"(",)" + tail + R"("default":false,"required":false,)";
   };
   EXPECT_EQ(
-      R"({"type":"tarn.test.Sample","bytes":8,"status":0,"partial":false,"entries":[)"
-      "\n" +
+      R"({"type":"tarn.test.Sample","bytes":8,"status":0,"partial":false,"entries":[)" +
           entry(R"(0,"name":"id","path":"id)", {"id"},
                 R"(,"depth":0,"parent":null,"first_child":null,"next_sibling":1)", "int",
                 R"("value":150,)") +
-          R"("raw":"089601"},)" + "\n" +
+          R"("raw":"089601"},)" +
           entry(R"(1,"name":"inner","path":"inner)", {"inner"},
                 R"(,"depth":0,"parent":null,"first_child":2,"next_sibling":null)", "message", "") +
-          R"("raw":"2a030a0178"},)" + "\n" +
+          R"("raw":"2a030a0178"},)" +
           entry(R"(2,"name":"label","path":"inner.label)", {"inner", "label"},
                 R"(,"depth":1,"parent":1,"first_child":null,"next_sibling":null)", "string",
                 R"("value":"x",)") +
-          R"("raw":"0a0178"})" + "\n]}\n",
+          R"("raw":"0a0178"})" + "]}\n",
       run.out);
 }
 
@@ -78,18 +77,17 @@ TEST(Tool, ParseJsonNamesEveryEntry) {
 TEST(Tool, ParseJsonOfAPackedFieldIsLinear) {
   const ToolRun run = tarnpb("parse --json " + sample + file(wire::fromHex("22 03 02 04 06")));
   ASSERT_EQ(0, run.status) << run.lastError;
-  const std::string head = R"( {"index":)", hash = std::to_string(tarn_test::pathHash({"deltas"}));
+  const std::string head = R"({"index":)", hash = std::to_string(tarn_test::pathHash({"deltas"}));
   auto element = [&](int index, std::string next, int value, std::string raw) {
     return head + std::to_string(index) + R"(,"name":"deltas","path":"deltas","hash":)" + hash +
            R"(,"depth":0,"parent":null,"first_child":null,"next_sibling":)" + next +
            R"(,"kind":"int","value":)" + std::to_string(value) +
            R"(,"default":false,"required":false,)" + raw + "}";
   };
-  EXPECT_EQ(R"({"type":"tarn.test.Sample","bytes":5,"status":0,"partial":false,"entries":[)"
-            "\n" +
-                element(0, "1", 1, R"("raw":"2203020406")") + ",\n" +
-                element(1, "2", 2, R"("raw_as":0)") + ",\n" +
-                element(2, "null", 3, R"("raw_as":0)") + "\n]}\n",
+  EXPECT_EQ(R"({"type":"tarn.test.Sample","bytes":5,"status":0,"partial":false,"entries":[)" +
+                element(0, "1", 1, R"("raw":"2203020406")") + "," +
+                element(1, "2", 2, R"("raw_as":0)") + "," + element(2, "null", 3, R"("raw_as":0)") +
+                "]}\n",
             run.out);
 
   size_t sizes[2];

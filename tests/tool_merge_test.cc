@@ -1,10 +1,9 @@
 // tarnpb merge warns wherever the module's delta merge departs from
-// protobuf's merge on the schema at hand, on standard error and in --json, and
-// prints a summary of the merge unless the parsed view is asked for.
+// protobuf's merge on the schema at hand, on standard error (in the document
+// with --json: tool_json_test.cc), and prints a summary of the merge unless
+// the parsed view is asked for.
 #ifdef TARNPB_PATH
 
-#include <google/protobuf/struct.pb.h>
-#include <google/protobuf/util/json_util.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -72,25 +71,6 @@ TEST(ToolMerge, DeparturesFromProtobufsMergeAreExplained) {
     EXPECT_EQ(0, run.status) << c.update;
     EXPECT_EQ(c.err, run.err) << c.update;
   }
-}
-
-TEST(ToolMerge, JsonCarriesTheWarningsAndASummary) {
-  if (!haveWellKnown()) GTEST_SKIP() << "no google/protobuf/struct.proto";
-  const ToolRun run = tarnpb(structs + "Value --json " + file("number_value: 3") + " " +
-                             file("string_value: \"new\""));
-  ASSERT_EQ(0, run.status) << run.err;
-  google::protobuf::Value doc;
-  ASSERT_TRUE(google::protobuf::util::JsonStringToMessage(run.out, &doc).ok()) << run.out;
-  const auto& top = doc.struct_value().fields();
-  EXPECT_EQ("google.protobuf.Value", top.at("type").string_value());
-  EXPECT_EQ(14, top.at("bytes").number_value());
-  EXPECT_EQ(9, top.at("stored_bytes").number_value());
-  EXPECT_EQ(5, top.at("update_bytes").number_value());
-  ASSERT_EQ(1, top.at("warnings").list_value().values_size());
-  const auto& w = top.at("warnings").list_value().values(0).struct_value().fields();
-  EXPECT_EQ("oneof", w.at("kind").string_value());
-  EXPECT_EQ("kind", w.at("path").string_value());
-  EXPECT_EQ(0u, w.at("text").string_value().find("the update sets string_value while"));
 }
 
 TEST(ToolMerge, SummaryUnlessTheViewIsAskedFor) {

@@ -80,9 +80,9 @@ Parsed parseWith(const Workbench& bench_, std::string body_,
 std::string mergeBodies(const ModuleSession& module_, tarn_host::ValueSet& update_,
                         tarn_host::ValueSet& stored_);
 
-// Shows a parse as a tree or, with json_, as JSON.
+// Shows a parse as a tree.
 void showParse(std::FILE* pOut_, const Workbench& bench_, const Parsed& parsed_,
-               const std::string& title_, bool json_);
+               const std::string& title_);
 
 // What the tool's own walk over body_ finds wrong, for the end of a line that
 // reports the module's refusal: "; at byte 7, ...".
@@ -96,6 +96,8 @@ std::future<BodyFit> startFitCheck(const Workbench& bench_, const std::string& b
 // an accepted body whose wire type their declared type never has: the module
 // stores them all the same, so a body of another type passes unnoticed.
 void warnMisfits(const char* command_, const BodyFit& fit_);
+// The same warnings without the command's name, one a line.
+std::vector<std::string> misfitLines(const BodyFit& fit_);
 
 // "parsed 12 messages ..." for --delimited runs.
 // extra_ (e.g. "812 entries") follows the byte count.

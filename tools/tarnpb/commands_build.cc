@@ -7,6 +7,7 @@
 #include "host/module_driver.h"
 #include "host/value_list.h"
 #include "input.h"
+#include "json_out.h"
 #include "merge_check.h"
 #include "text_util.h"
 
@@ -40,9 +41,12 @@ class GuardedRoom {
 };
 
 // Where a rebuilt body goes: -o FILE, the standard output when it is not a
-// terminal, or nowhere (shown as hex instead). The summary (and --view) goes
-// to the standard output, or to standard error while the body occupies it.
-std::FILE* deliver(const Args& args_, const std::string& body_, const std::string& what_) {
+// terminal, or nowhere (shown as hex instead: here, or with --json under
+// "body_hex", then set in hexInJson_). The summary (and --view) goes to the
+// standard output, or to standard error while the body occupies it.
+std::FILE* deliver(const Args& args_, const std::string& body_, const std::string& what_,
+                   bool& hexInJson_) {
+  hexInJson_ = false;
   if (args_.has("output")) {
     writeOutput(args_.get("output"), body_);
     return stdout;
@@ -51,21 +55,64 @@ std::FILE* deliver(const Args& args_, const std::string& body_, const std::strin
     writeOutput("", body_);
     return stderr;
   }
-  std::printf("%s: %zu bytes\n%s\n", what_.c_str(), body_.size(),
-              hexBytes(body_.data(), body_.size()).c_str());
+  if (args_.has("json")) {
+    hexInJson_ = true;
+  } else {
+    std::printf("%s: %zu bytes\n%s\n", what_.c_str(), body_.size(),
+                hexBytes(body_.data(), body_.size()).c_str());
+  }
   return stdout;
 }
 
-Parsed parseOrRefuse(const Workbench& bench_, const std::string& body_, const std::string& what_) {
+// The warnings of a command, on standard error as they arise; with --json
+// they are gathered for the document instead, which keeps it whole wherever
+// it goes.
+class Warnings {
+ public:
+  Warnings(const Args& args_, const char* command_)
+      : _json(args_.has("json")), _command(command_) {}
+  void add(const std::string& kind_, const std::string& path_, const std::string& text_,
+           const std::string& line_) {
+    if (_json) {
+      _list.push_back({kind_, path_, text_, line_});
+    } else {
+      std::fprintf(stderr, "tarnpb %s: warning: %s\n", _command, line_.c_str());
+    }
+  }
+  void add(const MergeWarning& w_) { add(w_.kind, w_.path, w_.text, w_.line); }
+  // Fields of a message that do not fit the schema.
+  void misfits(const std::string& what_, const BodyFit& fit_) {
+    for (const auto& line : misfitLines(fit_)) add("misfit", "", what_ + ": " + line, line);
+  }
+  void writeJson(JsonOut& out_) const {
+    out_.key("warnings").beginArray();
+    for (const auto& w : _list) {
+      out_.beginObject();
+      out_.key("kind").string(w.kind);
+      out_.key("path").string(w.path);
+      out_.key("text").string(w.text);
+      out_.endObject();
+    }
+    out_.endArray();
+  }
+
+ private:
+  bool _json;
+  const char* _command;
+  std::vector<MergeWarning> _list;
+};
+
+Parsed parseOrRefuse(const Workbench& bench_, const std::string& body_, const std::string& what_,
+                     Warnings& warnings_) {
   std::future<BodyFit> fit = startFitCheck(bench_, body_);
   Parsed parsed = parseWith(bench_, body_);
   if (parsed.status != TARN_SUCCESS) {
-    showParse(stderr, bench_, parsed, what_, false);
+    showParse(stderr, bench_, parsed, what_);
     throw ToolError(exit_refused, "the module refused the " + what_ + " (status " +
                                       std::to_string(parsed.status) + ")" +
                                       refusalDetail(bench_, parsed.body));
   }
-  warnMisfits(what_ == "message" ? "serialize" : "merge", fit.get());
+  warnings_.misfits(what_, fit.get());
   return parsed;
 }
 
@@ -91,65 +138,61 @@ namespace {
 int runMergeCommand(const Args& args_) {
   auto bench = Workbench::open(args_);
   const bool text = args_.has("text");
+  Warnings warnings(args_, "merge");
   std::string merged;
   std::unique_ptr<tarn_host::ValueSet> reused;
-  std::vector<MergeWarning> warnings;
+  std::vector<MergeWarning> departures;
   size_t storedBytes, updateBytes;
   {
     // The update's value set is dropped and the stored one's storage parses
     // the result: at most two are held at once.
-    Parsed stored =
-        parseOrRefuse(*bench, bench->loadMessage(args_.positional()[0], text), "stored message");
-    Parsed update =
-        parseOrRefuse(*bench, bench->loadMessage(args_.positional()[1], text), "update message");
-    warnings = mergeDepartures(bench->pRoot, stored.body, update.body);
+    Parsed stored = parseOrRefuse(*bench, bench->loadMessage(args_.positional()[0], text),
+                                  "stored message", warnings);
+    Parsed update = parseOrRefuse(*bench, bench->loadMessage(args_.positional()[1], text),
+                                  "update message", warnings);
+    departures = mergeDepartures(bench->pRoot, stored.body, update.body);
     storedBytes = stored.body.size();
     updateBytes = update.body.size();
     merged = mergeBodies(*bench->module, *update.set, *stored.set);
     reused = std::move(stored.set);
   }
   MergeWarning size;
-  if (sizeDeparture(storedBytes, updateBytes, merged.size(), size)) warnings.push_back(size);
-  for (const auto& w : warnings)
-    std::fprintf(stderr, "tarnpb merge: warning: %s\n", w.line.c_str());
+  if (sizeDeparture(storedBytes, updateBytes, merged.size(), size)) departures.push_back(size);
+  for (const auto& w : departures) warnings.add(w);
 
-  std::FILE* pOut = deliver(args_, merged, "merged message");
-  const bool json = args_.has("json"), view = args_.has("view");
-  std::string summary;
-  if (json) {
-    summary = "{\"type\":";
-    appendJsonString(summary, bench->config.type);
-    summary += ",\"bytes\":" + std::to_string(merged.size()) +
-               ",\"stored_bytes\":" + std::to_string(storedBytes) +
-               ",\"update_bytes\":" + std::to_string(updateBytes) + ",\"warnings\":[";
-    for (size_t i = 0; i < warnings.size(); ++i) {
-      summary += i ? ",{\"kind\":\"" : "{\"kind\":\"";
-      summary += warnings[i].kind + "\",\"path\":";
-      appendJsonString(summary, warnings[i].path);
-      summary += ",\"text\":";
-      appendJsonString(summary, warnings[i].text);
-      summary += "}";
-    }
-    summary += view ? "],\"parsed\":" : "]}\n";
-  } else {
-    summary = "merged message: " + bench->config.type + ", " + std::to_string(merged.size()) +
-              " bytes from a stored " + std::to_string(storedBytes) + " and an update " +
-              std::to_string(updateBytes) + "; " +
-              (warnings.empty() ? std::string("no departure from protobuf's merge")
-                                : std::to_string(warnings.size()) +
-                                      (warnings.size() == 1 ? " departure" : " departures") +
-                                      " from protobuf's merge (see the warnings)") +
-              "\n";
-  }
-  std::fputs(summary.c_str(), pOut);
+  bool hexInJson;
+  std::FILE* pOut = deliver(args_, merged, "merged message", hexInJson);
+  const bool view = args_.has("view"), trace = args_.has("trace");
   const Parsed again = parseWith(*bench, merged, nullptr, std::move(reused));
-  if (view) {
-    std::fflush(pOut);
-    showParse(pOut, *bench, again, json ? "" : "merged message", json);
-    if (json) std::fputs("}\n", pOut);
+  if (args_.has("json")) {
+    JsonOut json(pOut);
+    json.beginObject();
+    json.key("type").string(bench->config.type);
+    json.key("bytes").unsignedInteger(merged.size());
+    json.key("stored_bytes").unsignedInteger(storedBytes);
+    json.key("update_bytes").unsignedInteger(updateBytes);
+    warnings.writeJson(json);
+    if (hexInJson) json.key("body_hex").hex(merged.data(), merged.size());
+    if (view) printJson(json.key("parsed"), again.view(*bench, ""));
+    if (trace) {
+      const std::string traced = bench->module->trace(merged);
+      json.bytes("trace", "trace_hex", traced.data(), traced.size());
+    }
+    json.endObject();
+  } else {
+    std::fprintf(pOut, "merged message: %s, %zu bytes from a stored %zu and an update %zu; %s\n",
+                 bench->config.type.c_str(), merged.size(), storedBytes, updateBytes,
+                 departures.empty() ? "no departure from protobuf's merge"
+                                    : (std::to_string(departures.size()) +
+                                       (departures.size() == 1 ? " departure" : " departures") +
+                                       " from protobuf's merge (see the warnings)")
+                                          .c_str());
+    if (view) {
+      std::fflush(pOut);
+      showParse(pOut, *bench, again, "merged message");
+    }
+    if (trace) std::fprintf(pOut, "%s\n", escapeBinary(bench->module->trace(merged)).c_str());
   }
-  if (args_.has("trace"))
-    std::fprintf(pOut, "%s\n", escapeBinary(bench->module->trace(merged)).c_str());
   if (again.status != TARN_SUCCESS)
     throw ToolError(exit_refused, "the module cannot parse its own merged message");
   return exit_ok;
@@ -158,7 +201,8 @@ int runMergeCommand(const Args& args_) {
 int runSerialize(const Args& args_) {
   auto bench = Workbench::open(args_);
   const std::string input = bench->loadMessage(args_.positional()[0], args_.has("text"));
-  Parsed parsed = parseOrRefuse(*bench, input, "message");
+  Warnings warnings(args_, "serialize");
+  Parsed parsed = parseOrRefuse(*bench, input, "message", warnings);
   auto list = std::make_unique<tarn_host::ValueList>();
   list->build(*parsed.set);
 
@@ -184,7 +228,8 @@ int runSerialize(const Args& args_) {
   // value set's storage parses the rebuild.
   list.reset();
 
-  std::FILE* pOut = deliver(args_, buffer, "rebuilt message");
+  bool hexInJson;
+  std::FILE* pOut = deliver(args_, buffer, "rebuilt message", hexInJson);
   // libprotobuf's reading of the rebuild runs beside the module's parse of it.
   std::future<bool> same = std::async(
       std::launch::async, [&] { return bench->schema->sameMessage(bench->pRoot, input, buffer); });
@@ -195,20 +240,27 @@ int runSerialize(const Args& args_) {
     againStatus = again.status;
     const bool equal = same.get();
     if (json) {
-      std::fprintf(pOut, "{\"values\":%zu,\"size_answer\":%d,\"bytes\":%zu,\"same_message\":%s%s",
-                   valueCount, sizeAnswer, buffer.size(), equal ? "true" : "false",
-                   view ? ",\"parsed\":" : "}\n");
+      JsonOut out(pOut);
+      out.beginObject();
+      out.key("type").string(bench->config.type);
+      out.key("values").unsignedInteger(valueCount);
+      out.key("size_answer").integer(sizeAnswer);
+      out.key("bytes").unsignedInteger(buffer.size());
+      out.key("same_message").boolean(equal);
+      warnings.writeJson(out);
+      if (hexInJson) out.key("body_hex").hex(buffer.data(), buffer.size());
+      if (view) printJson(out.key("parsed"), again.view(*bench, ""));
+      out.endObject();
     } else {
       std::fprintf(pOut,
                    "rebuilt message: %s, %zu values, size answer %d, %zu bytes written; "
                    "libprotobuf reads %s\n",
                    bench->config.type.c_str(), valueCount, sizeAnswer, buffer.size(),
                    equal ? "the same message as the input" : "a DIFFERENT message from the input");
-    }
-    if (view) {
-      std::fflush(pOut);
-      showParse(pOut, *bench, again, json ? "" : "rebuilt message", json);
-      if (json) std::fputs("}\n", pOut);
+      if (view) {
+        std::fflush(pOut);
+        showParse(pOut, *bench, again, "rebuilt message");
+      }
     }
   }
   if (againStatus != TARN_SUCCESS)
@@ -224,7 +276,9 @@ std::vector<OptionSpec> buildOptions() {
   options.push_back({"output", 'o', "FILE", false,
                      "write the message body to FILE (default: the standard output when it is "
                      "not a terminal)"});
-  options.push_back({"json", 'j', nullptr, false, "print the summary (and --view) as JSON"});
+  options.push_back({"json", 'j', nullptr, false,
+                     "print the summary as one JSON document, with the warnings in it (not on "
+                     "standard error) and --view under \"parsed\""});
   options.push_back({"view", 'v', nullptr, false,
                      "also show the result parsed by the module, as parse does (long for large "
                      "messages: a summary is printed by default)"});
@@ -235,7 +289,8 @@ std::vector<OptionSpec> buildOptions() {
 
 Command mergeCommand() {
   std::vector<OptionSpec> options = buildOptions();
-  options.push_back({"trace", 0, nullptr, false, "also show the module's trace of the result"});
+  options.push_back({"trace", 0, nullptr, false,
+                     "also show the module's trace of the result (with --json, under \"trace\")"});
   return {{"merge", "[options] STORED UPDATE",
            "Merge an update message into a stored one, as a delta publish does.",
            "Both messages are parsed by the module, then merged by it, by field path:\n"

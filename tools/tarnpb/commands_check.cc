@@ -10,7 +10,7 @@
 #include "check_compare.h"
 #include "commands.h"
 #include "input.h"
-#include "text_util.h"
+#include "json_out.h"
 
 namespace tarnpb {
 
@@ -170,76 +170,62 @@ void printPeople(const Version& old_, const Version& new_, const std::vector<Cha
   std::printf("\nrollout: %s\n", rolloutText(changes_).c_str());
 }
 
-void field(std::string& out_, const char* name_, const std::string& value_, bool first_ = false) {
-  out_ += first_ ? "\"" : ",\"";
-  out_ += name_;
-  out_ += "\":";
+// A member whose empty text means none; "path" is "" for the root instead.
+void field(JsonOut& out_, const char* name_, const std::string& value_) {
+  out_.key(name_);
   if (value_.empty() && std::string(name_) != "path") {
-    out_ += "null";
+    out_.null();
   } else {
-    appendJsonString(out_, value_);
+    out_.string(value_);
   }
-}
-
-// ,"name_":["a","b"]
-void list(std::string& out_, const char* name_, const std::vector<std::string>& values_) {
-  out_ += ",\"";
-  out_ += name_;
-  out_ += "\":[";
-  for (size_t i = 0; i < values_.size(); ++i) {
-    if (i) out_ += ",";
-    appendJsonString(out_, values_[i]);
-  }
-  out_ += "]";
 }
 
 void printJsonReport(const Version& old_, const Version& new_, const std::vector<Change>& changes_,
                      const std::vector<BodyReport>& bodies_) {
-  std::string out = "{";
-  const Version* versions[] = {&old_, &new_};
-  for (int i = 0; i < 2; ++i) {
-    out += i == 0 ? "\"old\":{" : ",\"new\":{";
-    field(out, "file", versions[i]->config.file, true);
-    field(out, "type", versions[i]->config.type);
-    list(out, "proto_path", diskDirs(versions[i]->config));
-    out += "}";
+  JsonOut out(stdout);
+  out.beginObject();
+  for (const Version* pVersion : {&old_, &new_}) {
+    out.key(pVersion == &old_ ? "old" : "new").beginObject();
+    field(out, "file", pVersion->config.file);
+    field(out, "type", pVersion->config.type);
+    out.key("proto_path").strings(diskDirs(pVersion->config));
+    out.endObject();
   }
-  out += ",\"changes\":[";
-  for (size_t i = 0; i < changes_.size(); ++i) {
-    const Change& c = changes_[i];
-    out += i ? ",{" : "{";
-    field(out, "kind", c.kind, true);
+  out.key("changes").beginArray();
+  for (const Change& c : changes_) {
+    out.beginObject();
+    field(out, "kind", c.kind);
     field(out, "path", c.path);
     field(out, "old", c.before);
     field(out, "new", c.after);
-    list(out, "also_at", c.alsoAt);
+    out.key("also_at").strings(c.alsoAt);
     field(out, "effect", c.effect);
-    list(out, "affects", partyNames(c.parties));
+    out.key("affects").strings(partyNames(c.parties));
     field(out, "rollout", orderText(c.order));
-    out += "}";
+    out.endObject();
   }
-  out += "],\"bodies\":[";
-  for (size_t i = 0; i < bodies_.size(); ++i) {
-    out += i ? ",{" : "{";
-    field(out, "body", bodies_[i].name, true);
-    out += ",\"bytes\":" + std::to_string(bodies_[i].length) + ",\"differences\":[";
-    for (size_t j = 0; j < bodies_[i].differences.size(); ++j) {
-      const BodyDifference& d = bodies_[i].differences[j];
-      out += j ? ",{" : "{";
-      field(out, "what", d.what, true);
+  out.endArray();
+  out.key("bodies").beginArray();
+  for (const BodyReport& b : bodies_) {
+    out.beginObject();
+    field(out, "body", b.name);
+    out.key("bytes").unsignedInteger(b.length);
+    out.key("differences").beginArray();
+    for (const BodyDifference& d : b.differences) {
+      out.beginObject();
+      field(out, "what", d.what);
       field(out, "where", d.where);
       field(out, "old", d.before);
       field(out, "new", d.after);
-      out += "}";
+      out.endObject();
     }
-    out += "]}";
+    out.endArray();
+    out.endObject();
   }
-  out += "],";
-  field(out, "rollout", orderText(overall(changes_)), true);
-  out += ",\"safe\":";
-  out += overall(changes_) == Order::any ? "true" : "false";
-  out += "}\n";
-  std::fputs(out.c_str(), stdout);
+  out.endArray();
+  field(out, "rollout", orderText(overall(changes_)));
+  out.key("safe").boolean(overall(changes_) == Order::any);
+  out.endObject();
 }
 
 int runCheck(const Args& args_) {

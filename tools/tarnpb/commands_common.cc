@@ -126,13 +126,8 @@ Parsed parseWith(const Workbench& bench_, std::string body_,
 }
 
 void showParse(std::FILE* pOut_, const Workbench& bench_, const Parsed& parsed_,
-               const std::string& title_, bool json_) {
-  const ParseView v = parsed_.view(bench_, title_);
-  if (json_) {
-    printJson(pOut_, v);
-  } else {
-    printTree(pOut_, v);
-  }
+               const std::string& title_) {
+  printTree(pOut_, parsed_.view(bench_, title_));
 }
 
 std::string refusalDetail(const Workbench& bench_, const std::string& body_) {
@@ -148,13 +143,18 @@ std::future<BodyFit> startFitCheck(const Workbench& bench_, const std::string& b
   });
 }
 
-void warnMisfits(const char* command_, const BodyFit& fit_) {
-  for (const auto& line : fit_.misfits)
-    std::fprintf(stderr, "tarnpb %s: warning: %s\n", command_, line.c_str());
+std::vector<std::string> misfitLines(const BodyFit& fit_) {
+  std::vector<std::string> lines = fit_.misfits;
   if (fit_.moreMisfits != 0) {
-    std::fprintf(stderr, "tarnpb %s: warning: and %zu more fields that do not fit the schema\n",
-                 command_, fit_.moreMisfits);
+    lines.push_back("and " + std::to_string(fit_.moreMisfits) +
+                    " more fields that do not fit the schema");
   }
+  return lines;
+}
+
+void warnMisfits(const char* command_, const BodyFit& fit_) {
+  for (const auto& line : misfitLines(fit_))
+    std::fprintf(stderr, "tarnpb %s: warning: %s\n", command_, line.c_str());
 }
 
 std::string throughputLine(const char* verb_, size_t messages_, size_t refused_, size_t bytes_,

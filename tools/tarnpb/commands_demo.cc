@@ -78,7 +78,7 @@ int runDemo(const Args& args_) {
   std::printf("%zu bytes: %s\n", stored.body.size(),
               hexBytes(stored.body.data(), stored.body.size(), 48).c_str());
   heading("the module's value set for it");
-  showParse(stdout, *bench, stored, "", false);
+  showParse(stdout, *bench, stored, "");
   outcome.check(stored.status, "the stored message");
   heading("the module's trace of it");
   showTrace(*bench, stored.body, outcome);
@@ -97,7 +97,7 @@ int runDemo(const Args& args_) {
     std::printf("%zu bytes: %s\n", merged.size(),
                 hexBytes(merged.data(), merged.size(), 48).c_str());
     const Parsed again = parseWith(*bench, merged);
-    showParse(stdout, *bench, again, "", false);
+    showParse(stdout, *bench, again, "");
     outcome.check(again.status, "the merged message");
     heading("the module's trace of the merged message");
     showTrace(*bench, merged, outcome);

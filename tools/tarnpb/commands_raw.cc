@@ -2,7 +2,10 @@
 // numbers, varints as unsigned numbers, fixed-width values in hex, and
 // length-delimited values as a nested message when they read as one, as a
 // string otherwise. It reads through the same wire rules as the module.
+#include <fmt/format.h>
+
 #include <cstdio>
+#include <iterator>
 
 #include "body_check.h"
 #include "commands.h"
@@ -41,9 +44,7 @@ void appendEscaped(std::string& out_, const char* p_, size_t length_) {
         if (c >= 0x20 && c < 0x7F) {
           out_ += static_cast<char>(c);
         } else {
-          char octal[5];
-          std::snprintf(octal, sizeof octal, "\\%03o", c);
-          out_ += octal;
+          fmt::format_to(std::back_inserter(out_), "\\{:03o}", c);
         }
     }
   }
@@ -66,13 +67,10 @@ class RawPrinter {
           _out += ": " + std::to_string(f.value) + "\n";
           break;
         case FIXED64:
-        case FIXED32: {
-          char hex[24];
-          std::snprintf(hex, sizeof hex, f.wireType == FIXED64 ? ": 0x%016llx\n" : ": 0x%08llx\n",
-                        static_cast<unsigned long long>(f.value));
-          _out += hex;
+        case FIXED32:
+          fmt::format_to(std::back_inserter(_out), ": 0x{:0{}x}\n", f.value,
+                         f.wireType == FIXED64 ? 16 : 8);
           break;
-        }
         case LENGTH_DELIMITED:
           if (f.length != 0 && mayNest(static_cast<unsigned>(indent_ / 2)) &&
               firstUnreadable(f.pPayload, f.length) == std::string::npos) {

@@ -5,6 +5,7 @@
 #include "body_check.h"
 #include "commands.h"
 #include "input.h"
+#include "json_out.h"
 #include "text_util.h"
 
 namespace tarnpb {
@@ -40,10 +41,9 @@ Delimited readStream(const Args& args_, std::string& data_) {
   return splitDelimited(data_);
 }
 
-// detail_ ends the refusal line: why the first refused message was refused.
-int finishStream(const Delimited& stream_, size_t refused_, const std::string& summary_,
-                 const std::string& detail_ = "") {
-  std::printf("%s\n", summary_.c_str());
+// After the summary: the stream's status. detail_ ends the refusal line: why
+// the first refused message was refused.
+int finishStream(const Delimited& stream_, size_t refused_, const std::string& detail_ = "") {
   if (!stream_.error.empty()) throw ToolError(exit_refused, "corrupt stream: " + stream_.error);
   if (refused_ != 0) {
     throw ToolError(exit_refused, "the module refused " + std::to_string(refused_) + " of " +
@@ -88,6 +88,11 @@ int runParse(const Args& args_) {
     std::string data;
     const Delimited stream = readStream(args_, data);
     const bool each = !args_.has("summary");
+    // With --json the whole run is one document: the parses under "messages",
+    // then the counts under "summary".
+    std::unique_ptr<JsonOut> json(args_.has("json") ? new JsonOut(stdout) : nullptr);
+    if (json) json->beginObject();
+    if (json && each) json->key("messages").beginArray();
     std::unique_ptr<tarn_host::ValueSet> set(new tarn_host::ValueSet);
     size_t refused = 0, bytes = 0, entries = 0, firstRefused = 0;
     const auto start = Clock::now();
@@ -100,11 +105,32 @@ int runParse(const Args& args_) {
       if (each) {
         parsed.knownPaths = paths;
         parsed.wide = args_.has("wide");
-        showParse(stdout, *bench, parsed, "message " + std::to_string(n + 1), args_.has("json"));
+        if (json) {
+          printJson(*json, parsed.view(*bench, ""));
+        } else {
+          showParse(stdout, *bench, parsed, "message " + std::to_string(n + 1));
+        }
       }
       set = std::move(parsed.set);
     }
     const double seconds = secondsSince(start);
+    if (json) {
+      if (each) json->endArray();
+      json->key("summary").beginObject();
+      json->key("messages").unsignedInteger(stream.messages.size());
+      json->key("refused").unsignedInteger(refused);
+      json->key("bytes").unsignedInteger(bytes);
+      json->key("entries").unsignedInteger(entries);
+      json->key("seconds").number(seconds);
+      if (!stream.error.empty()) json->key("stream_error").string(stream.error);
+      json->endObject();
+      json->endObject();
+      json.reset();
+    } else {
+      std::printf("%s\n", throughputLine("parsed", stream.messages.size(), refused, bytes,
+                                         std::to_string(entries) + " entries", seconds)
+                              .c_str());
+    }
     std::string detail;
     if (refused != 0) {
       const auto& m = stream.messages[firstRefused];
@@ -112,10 +138,7 @@ int runParse(const Args& args_) {
                std::to_string(m.first) + " of the stream" +
                refusalDetail(*bench, data.substr(m.first, m.second));
     }
-    return finishStream(stream, refused,
-                        throughputLine("parsed", stream.messages.size(), refused, bytes,
-                                       std::to_string(entries) + " entries", seconds),
-                        detail);
+    return finishStream(stream, refused, detail);
   }
 
   const std::string body = bench->loadMessage(args_.positional()[0], args_.has("text"));
@@ -123,7 +146,12 @@ int runParse(const Args& args_) {
   Parsed parsed = parseWith(*bench, body, pFind);
   parsed.knownPaths = paths;
   parsed.wide = args_.has("wide");
-  showParse(stdout, *bench, parsed, "", args_.has("json"));
+  if (args_.has("json")) {
+    JsonOut json(stdout);
+    printJson(json, parsed.view(*bench, ""));
+  } else {
+    showParse(stdout, *bench, parsed, "");
+  }
   std::fflush(stdout);
   if (parsed.status == TARN_SUCCESS) warnMisfits("parse", fit.get());
   if (parsed.status != TARN_SUCCESS) {
@@ -172,9 +200,10 @@ int runTrace(const Args& args_) {
       if (each) writeTrace(args_, text);
     }
     const double seconds = secondsSince(start);
-    return finishStream(stream, refused,
-                        throughputLine("traced", stream.messages.size(), refused, bytes,
-                                       std::to_string(chars) + " characters of trace", seconds));
+    std::printf("%s\n", throughputLine("traced", stream.messages.size(), refused, bytes,
+                                       std::to_string(chars) + " characters of trace", seconds)
+                            .c_str());
+    return finishStream(stream, refused);
   }
 
   const std::string body = bench->loadMessage(args_.positional()[0], args_.has("text"));
@@ -216,8 +245,10 @@ int runTrace(const Args& args_) {
 Command parseCommand() {
   std::vector<OptionSpec> options = inputOptions(schemaOptions());
   options.push_back({"json", 'j', nullptr, false,
-                     "print the entries as JSON: strings as UTF-8 text; one that is not UTF-8 "
-                     "has U+FFFD for each stray byte and its exact bytes in \"value_hex\""});
+                     "print the entries as one JSON document: strings as UTF-8 text; one that is "
+                     "not UTF-8 has U+FFFD for each stray byte and its exact bytes in "
+                     "\"value_hex\"; nan and inf as strings; with --delimited, each message's "
+                     "parse under \"messages\" and the counts under \"summary\""});
   options.push_back({"wide", 'w', nullptr, false,
                      "show values the tree's column cuts whole, each on a line below its entry"});
   options.push_back({"find", 'f', "PATH", true,

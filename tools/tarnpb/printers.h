@@ -31,12 +31,15 @@ struct ParseView {
   const std::map<uint32_t, std::string>* pKnownPaths = nullptr;
 };
 
-// Both print as they go, through a buffer of the standard library's stream:
+class JsonOut;
+
+// Both print as they go, through a buffer handed to the output in pieces:
 // output is linear in the entries and memory constant beside the value set.
 // The elements of a packed field all carry the whole field's bytes; every
 // element after the first names the first instead of repeating them.
 void printTree(std::FILE* pOut_, const ParseView& view_);
-void printJson(std::FILE* pOut_, const ParseView& view_);
+// The parse as one JSON object, a value of the document out_ is writing.
+void printJson(JsonOut& out_, const ParseView& view_);
 
 }  // namespace tarnpb
 

@@ -1,8 +1,9 @@
 #include "text_util.h"
 
+#include <fmt/format.h>
+
 #include <charconv>
-#include <cstdio>
-#include <cstdlib>
+#include <cmath>
 #include <cstring>
 
 namespace tarnpb {
@@ -23,6 +24,71 @@ void appendInteger(std::string& out_, T value_) {
   char text[24];
   const auto result = std::to_chars(text, text + sizeof text, value_);
   out_.append(text, result.ptr);
+}
+
+// {fmt}'s plain form of a value has its shortest digits that read back;
+// they are laid out again as "%g" lays out that many (at least six).
+template <typename T>
+void appendGeneral(std::string& out_, T value_) {
+  char text[48];
+  const char* const pEnd = fmt::format_to(text, "{}", value_);
+  if (!std::isfinite(value_)) {
+    out_.append(text, static_cast<size_t>(pEnd - text));
+    return;
+  }
+  const char* p = text;
+  if (*p == '-') out_ += *p++;
+  // The significant digits, and the exponent of the first: d.ddd times 10^exponent.
+  char digits[24];
+  size_t count = 0;
+  int exponent = -1;
+  bool point = false;
+  for (; p != pEnd && *p != 'e'; ++p) {
+    if (*p == '.') {
+      point = true;
+    } else if ((count != 0 || *p != '0') && count < sizeof digits) {
+      digits[count++] = *p;
+      if (!point) ++exponent;
+    } else if (point) {
+      --exponent;
+    }
+  }
+  if (count == 0) {
+    out_ += '0';
+    return;
+  }
+  if (p != pEnd) {
+    int shift = 0;
+    std::from_chars(p + (p[1] == '+' ? 2 : 1), pEnd, shift);
+    exponent += shift;
+  }
+  while (count > 1 && digits[count - 1] == '0') --count;
+  const int precision = count > 6 ? static_cast<int>(count) : 6;
+  if (exponent < -4 || exponent >= precision) {
+    out_ += digits[0];
+    if (count > 1) {
+      out_ += '.';
+      out_.append(digits + 1, count - 1);
+    }
+    out_ += exponent < 0 ? "e-" : "e+";
+    const int magnitude = exponent < 0 ? -exponent : exponent;
+    if (magnitude < 10) out_ += '0';
+    appendInteger(out_, magnitude);
+  } else if (exponent < 0) {
+    out_ += "0.";
+    out_.append(static_cast<size_t>(-exponent - 1), '0');
+    out_.append(digits, count);
+  } else {
+    const size_t whole = static_cast<size_t>(exponent) + 1;
+    if (count <= whole) {
+      out_.append(digits, count);
+      out_.append(whole - count, '0');
+    } else {
+      out_.append(digits, whole);
+      out_ += '.';
+      out_.append(digits + whole, count - whole);
+    }
+  }
 }
 
 }  // namespace
@@ -67,18 +133,13 @@ std::string hexBytes(const char* pData_, size_t length_, size_t maxBytes_) {
   return out;
 }
 
-void appendHexCompact(std::string& out_, const char* pData_, size_t length_) {
-  char text[2 * 64];
-  for (size_t done = 0; done < length_;) {
-    const size_t count = length_ - done < 64 ? length_ - done : 64;
-    for (size_t i = 0; i < count; ++i) {
-      const auto c = static_cast<unsigned char>(pData_[done + i]);
-      text[2 * i] = hex_digits[c >> 4];
-      text[2 * i + 1] = hex_digits[c & 15];
-    }
-    out_.append(text, 2 * count);
-    done += count;
+char* writeHexCompact(char* p_, const char* pData_, size_t length_) {
+  for (size_t i = 0; i < length_; ++i) {
+    const auto c = static_cast<unsigned char>(pData_[i]);
+    *p_++ = hex_digits[c >> 4];
+    *p_++ = hex_digits[c & 15];
   }
+  return p_;
 }
 
 void appendQuoted(std::string& out_, const char* pData_, size_t length_, size_t maxBytes_) {
@@ -169,39 +230,6 @@ size_t utf8SequenceLength(const unsigned char* p_, size_t left_) {
   return length;
 }
 
-bool appendJsonString(std::string& out_, const char* pData_, size_t length_) {
-  out_ += '"';
-  bool valid = true;
-  const auto* p = reinterpret_cast<const unsigned char*>(pData_);
-  for (size_t i = 0; i < length_;) {
-    const unsigned char c = p[i];
-    if (printable(c) && c != '"' && c != '\\') {
-      // A run of plain ASCII in one append.
-      size_t end = i + 1;
-      while (end < length_ && printable(p[end]) && p[end] != '"' && p[end] != '\\') ++end;
-      out_.append(pData_ + i, end - i);
-      i = end;
-    } else if (c == '"' || c == '\\') {
-      out_ += '\\';
-      out_ += static_cast<char>(c);
-      ++i;
-    } else if (c < 0x80) {
-      out_ += "\\u00";
-      appendByteHex(out_, c);
-      ++i;
-    } else if (const size_t n = utf8SequenceLength(p + i, length_ - i)) {
-      out_.append(pData_ + i, n);
-      i += n;
-    } else {
-      out_ += "\xEF\xBF\xBD";  // U+FFFD REPLACEMENT CHARACTER
-      valid = false;
-      ++i;
-    }
-  }
-  out_ += '"';
-  return valid;
-}
-
 void appendDecimal(std::string& out_, int64_t value_) { appendInteger(out_, value_); }
 void appendDecimal(std::string& out_, uint64_t value_) { appendInteger(out_, value_); }
 
@@ -213,23 +241,8 @@ void appendDecimal(std::string& out_, uint32_t value_, size_t width_) {
   out_.append(text, length);
 }
 
-void appendDouble(std::string& out_, double value_) {
-  char text[64];
-  for (int precision = 6; precision <= 17; ++precision) {
-    std::snprintf(text, sizeof text, "%.*g", precision, value_);
-    if (std::strtod(text, nullptr) == value_) break;
-  }
-  out_ += text;
-}
-
-void appendFloat(std::string& out_, float value_) {
-  char text[64];
-  for (int precision = 6; precision <= 9; ++precision) {
-    std::snprintf(text, sizeof text, "%.*g", precision, static_cast<double>(value_));
-    if (std::strtof(text, nullptr) == value_) break;
-  }
-  out_ += text;
-}
+void appendDouble(std::string& out_, double value_) { appendGeneral(out_, value_); }
+void appendFloat(std::string& out_, float value_) { appendGeneral(out_, value_); }
 
 void appendHash(std::string& out_, uint32_t hash_) {
   char text[10];

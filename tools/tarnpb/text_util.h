@@ -1,5 +1,5 @@
 // Small text helpers shared by the printers: hex dumps, quoting for the
-// terminal and for JSON, numbers written so that they read back exactly. Each
+// terminal, numbers written so that they read back exactly. Each
 // appends to a string the caller reuses, so that printing a value set costs no
 // allocation per entry; the forms returning a string are for one-off lines.
 #ifndef TARN_TOOLS_TARNPB_TEXT_UTIL_H
@@ -21,8 +21,8 @@ char* writeHash(char* p_, uint32_t hash_);
 // " ... (N bytes)".
 void appendHex(std::string& out_, const char* pData_, size_t length_, size_t maxBytes_ = 0);
 std::string hexBytes(const char* pData_, size_t length_, size_t maxBytes_ = 0);
-// "089601": the compact form for JSON.
-void appendHexCompact(std::string& out_, const char* pData_, size_t length_);
+// "089601", 2 * length_ characters written at p_; returns their end.
+char* writeHexCompact(char* p_, const char* pData_, size_t length_);
 
 // The bytes between double quotes, C-style escapes for quotes, backslashes and
 // any byte neither printable ASCII nor part of well-formed UTF-8; past
@@ -34,15 +34,6 @@ void appendQuoted(std::string& out_, const char* pData_, size_t length_, size_t 
 // a terminal.
 std::string escapeBinary(const std::string& text_);
 
-// A JSON string literal of UTF-8 text: UTF-8 passes as it is, quotes and
-// backslashes are escaped, other ASCII control bytes become \u00XX. A byte
-// that is no part of a well-formed UTF-8 sequence becomes U+FFFD, so the
-// output is always valid JSON; the result says whether any did (the caller
-// then gives the exact bytes another way).
-bool appendJsonString(std::string& out_, const char* pData_, size_t length_);
-inline bool appendJsonString(std::string& out_, const std::string& text_) {
-  return appendJsonString(out_, text_.data(), text_.size());
-}
 // The bytes of the well-formed UTF-8 sequence at p_ (2 to 4), or 0 when there
 // is none there (ASCII included).
 size_t utf8SequenceLength(const unsigned char* p_, size_t left_);
@@ -51,9 +42,10 @@ void appendDecimal(std::string& out_, int64_t value_);
 void appendDecimal(std::string& out_, uint64_t value_);
 // Right-aligned in width_ columns.
 void appendDecimal(std::string& out_, uint32_t value_, size_t width_ = 0);
-// The shortest "%g" form that reads back as the same double.
+// The shortest digits that read back as the same double, laid out as
+// printf's "%g" lays out that many digits (at least six): 0.1, 1e+07, 1.5e-07.
 void appendDouble(std::string& out_, double value_);
-// The same for a float: the shortest form that reads back as that float
+// The same for a float: the shortest digits that read back as that float
 // (1.5e-07, not the 1.500000053056283e-07 of its widened double).
 void appendFloat(std::string& out_, float value_);
 
