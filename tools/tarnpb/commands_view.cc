@@ -231,7 +231,12 @@ Command parseCommand() {
            "Entries made from schema defaults have no bytes; the elements of a packed\n"
            "field share the bytes of the whole field, so every element after the first\n"
            "names the first instead (\"raw_as\" in JSON). A refused message is shown as far\n"
-           "as the module stored it, and the tool's own walk says where and why.",
+           "as the module stored it, and the tool's own walk says where and why.\n"
+           "Columns are terminal columns, counted alike whatever the locale (the C\n"
+           "library's wcwidth in C.UTF-8): a wide East Asian character or an emoji\n"
+           "takes two, a combining mark none, a byte that is not UTF-8 the four of\n"
+           "its \\xNN. A string past 24 characters, or a value past its 28 columns,\n"
+           "is cut with \"...\", never inside a character; --wide repeats it whole.",
            options, 1, 1},
           runParse};
 }

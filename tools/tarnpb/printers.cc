@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "display_width.h"
 #include "line_writer.h"
 #include "schema.h"
 #include "text_util.h"
@@ -13,10 +14,34 @@ namespace gp = google::protobuf;
 namespace {
 
 const uint32_t invalid = tarn_message_value_invalid_index;
+// Column widths are terminal columns (display_width.h).
 const size_t tree_value_width = 28;
 const size_t tree_raw_bytes = 12;
-const size_t tree_string_bytes = 24;
+const size_t tree_string_characters = 24;
 const size_t tree_max_field_width = 40;
+
+// The most bytes one tree line takes, piece by piece, as LineWriter bounds
+// them: a fitted column takes what was written into it plus its width, and a
+// bounded piece max_bytes_per_column bytes a column. Names and values are
+// bounded to one column more than their column.
+constexpr size_t fitted(size_t written_, size_t width_) { return written_ + width_; }
+constexpr size_t boundedBytes(size_t columns_) {
+  return columns_ * LineWriter::max_bytes_per_column;
+}
+const size_t max_decimal = 20;
+// The indent and the name share the field's bound; a required field adds '*'.
+const size_t tree_field_bytes =
+    fitted(boundedBytes(tree_max_field_width + 1) + 1, tree_max_field_width);
+// The longest kind is "message", 7 columns.
+const size_t tree_kind_bytes = fitted(7, 7);
+// An integer and its enum name in parentheses; a double or a quoted string; a
+// count of children.
+const size_t tree_value_bytes =
+    fitted(max_decimal + 2 + boundedBytes(tree_value_width + 1) + 1, tree_value_width);
+// "08 96 ... (N bytes)"; "-- schema default" and "= #N (packed)" are shorter.
+const size_t tree_raw_bytes_text = 3 * tree_raw_bytes - 1 + 6 + max_decimal + 7;
+const size_t tree_line_room = max_decimal + 2 + 10 + 2 + tree_field_bytes + 2 + tree_kind_bytes +
+                              2 + tree_value_bytes + 2 + tree_raw_bytes_text + 1;
 // Text is handed to the stream in pieces of about this size.
 const size_t flush_bytes = size_t{1} << 16;
 
@@ -333,13 +358,13 @@ void printTree(std::FILE* pOut_, const ParseView& view_) {
   for (uint32_t i = 0; i < set.size(); ++i) {
     const EntryLine& l = walker.describe(i);
     const tarn_message_value_set_entry& e = set[i];
-    LineWriter line(out);
+    LineWriter line(out, tree_line_room);
     line.decimal(i, 5);
     line.put("  ", 2);
     line.hash(e.hash);
     line.put("  ", 2);
     // An entry kept without its enclosing message is named by its whole path.
-    char* pStart = line.mark();
+    line.column();
     const size_t keep = fieldWidth + 1;  // enough to know that it is cut
     size_t indent = 2 * static_cast<size_t>(l.depth);
     line.spaces(indent < keep ? indent : keep);
@@ -350,12 +375,13 @@ void printTree(std::FILE* pOut_, const ParseView& view_) {
       line.bounded(l.pName, l.nameLength, room);
     }
     if (l.required) line.put('*');
-    line.fit(pStart, fieldWidth);
+    line.fit(fieldWidth);
     line.put("  ", 2);
+    line.column();
     line.put(l.kind, std::char_traits<char>::length(l.kind));
-    line.fit(line.mark() - std::char_traits<char>::length(l.kind), 7);
+    line.fit(7);
     line.put("  ", 2);
-    pStart = line.mark();
+    line.column();
     bool cut = false;
     if (l.kind[0] == 'i') {
       if (declaredUnsigned64(l)) {
@@ -373,9 +399,9 @@ void printTree(std::FILE* pOut_, const ParseView& view_) {
       if (l.kind[0] == 'd') {
         appendFloating(scratch, l, e.d);
       } else {
-        appendQuoted(scratch, e.string_rep, e.string_rep_length, tree_string_bytes);
+        cut = appendQuoted(scratch, e.string_rep, e.string_rep_length, tree_string_characters);
       }
-      cut = scratch.size() > tree_value_width;
+      cut = cut || columnsOf(scratch.data(), scratch.size()) > tree_value_width;
       line.bounded(scratch.data(), scratch.size(), tree_value_width + 1);
     } else {
       const uint32_t count = childCount(walker, i);
@@ -386,7 +412,7 @@ void printTree(std::FILE* pOut_, const ParseView& view_) {
         line.put(" children", 9);
       }
     }
-    line.fit(pStart, tree_value_width);
+    line.fit(tree_value_width);
     line.put("  ", 2);
     if (l.isDefault) {
       line.put("-- schema default", 17);

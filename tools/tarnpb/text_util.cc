@@ -81,16 +81,14 @@ void appendHexCompact(std::string& out_, const char* pData_, size_t length_) {
   }
 }
 
-void appendQuoted(std::string& out_, const char* pData_, size_t length_, size_t maxBytes_) {
+bool appendQuoted(std::string& out_, const char* pData_, size_t length_, size_t maxCharacters_) {
   out_ += '"';
-  const size_t shown = maxBytes_ != 0 && length_ > maxBytes_ ? maxBytes_ : length_;
   const auto* p = reinterpret_cast<const unsigned char*>(pData_);
   size_t i = 0;
-  while (i < shown) {
+  for (size_t shown = 0; i < length_ && (maxCharacters_ == 0 || shown < maxCharacters_); ++shown) {
     const unsigned char c = p[i];
-    // UTF-8 text is shown as text, never cut inside a character.
+    // UTF-8 text is shown as text.
     if (const size_t n = c >= 0x80 ? utf8SequenceLength(p + i, length_ - i) : 0) {
-      if (i + n > shown) break;
       out_.append(pData_ + i, n);
       i += n;
       continue;
@@ -122,7 +120,9 @@ void appendQuoted(std::string& out_, const char* pData_, size_t length_, size_t 
     ++i;
   }
   out_ += '"';
-  if (i < length_) out_ += "...";
+  if (i == length_) return false;
+  out_ += "...";
+  return true;
 }
 
 std::string escapeBinary(const std::string& text_) {
@@ -234,28 +234,6 @@ void appendFloat(std::string& out_, float value_) {
 void appendHash(std::string& out_, uint32_t hash_) {
   char text[10];
   out_.append(text, static_cast<size_t>(writeHash(text, hash_) - text));
-}
-
-char* fitAt(char* p_, size_t length_, size_t width_) {
-  if (length_ <= width_) {
-    std::memset(p_ + length_, ' ', width_ - length_);
-  } else if (width_ > 3) {
-    std::memcpy(p_ + width_ - 3, "...", 3);
-  }
-  return p_ + width_;
-}
-
-void fitFrom(std::string& out_, size_t start_, size_t width_) {
-  const size_t length = out_.size() - start_;
-  if (length < width_) out_.resize(start_ + width_);
-  char* const pEnd = fitAt(&out_[start_], length, width_);
-  out_.resize(static_cast<size_t>(pEnd - out_.data()));
-}
-
-void appendFitted(std::string& out_, const char* pText_, size_t length_, size_t width_) {
-  const size_t start = out_.size();
-  out_.append(pText_, length_);
-  fitFrom(out_, start, width_);
 }
 
 }  // namespace tarnpb
