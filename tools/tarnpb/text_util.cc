@@ -38,10 +38,22 @@ char* writeHex(char* p_, const char* pData_, size_t length_) {
 }
 
 char* writeHash(char* p_, uint32_t hash_) {
+  // The tree view writes one hash a line: its eight digits are made side by
+  // side in one word rather than looked up one by one. Each nibble goes to a
+  // byte of its own, the first digit in the lowest byte once swapped ...
+  uint64_t x = hash_;
+  x = ((x & 0xFFFF0000u) << 16) | (x & 0xFFFFu);
+  x = ((x & 0x0000FF000000FF00u) << 8) | (x & 0x000000FF000000FFu);
+  x = ((x & 0x00F000F000F000F0u) << 4) | (x & 0x000F000F000F000Fu);
+  static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the word is stored low byte first");
+  x = __builtin_bswap64(x);
+  // ... and becomes '0' + n, or 'a' + n - 10 where n is 10 or more.
+  const uint64_t letters = ((x + 0x0606060606060606u) >> 4) & 0x0101010101010101u;
+  x += 0x3030303030303030u + letters * ('a' - '0' - 10);
   *p_++ = '0';
   *p_++ = 'x';
-  for (int shift = 28; shift >= 0; shift -= 4) *p_++ = hex_digits[(hash_ >> shift) & 15];
-  return p_;
+  std::memcpy(p_, &x, 8);
+  return p_ + 8;
 }
 
 void appendHex(std::string& out_, const char* pData_, size_t length_, size_t maxBytes_) {
