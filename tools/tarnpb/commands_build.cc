@@ -56,9 +56,12 @@ std::FILE* deliver(const Args& args_, const std::string& body_, const std::strin
   return stdout;
 }
 
-Parsed parseOrRefuse(const Workbench& bench_, const std::string& body_, const std::string& what_) {
-  std::future<BodyFit> fit = startFitCheck(bench_, body_);
-  Parsed parsed = parseWith(bench_, body_);
+Parsed parseOrRefuse(const Workbench& bench_, std::string body_, const std::string& what_) {
+  // As parse does: the check reads the body the module parses, held once.
+  Parsed parsed;
+  parsed.body = std::move(body_);
+  std::future<BodyFit> fit = startFitCheck(bench_, parsed.body);
+  parseInto(bench_, parsed);
   if (parsed.status != TARN_SUCCESS) {
     showParse(stderr, bench_, parsed, what_, false);
     throw ToolError(exit_refused, "the module refused the " + what_ + " (status " +

@@ -118,9 +118,12 @@ int runParse(const Args& args_) {
                         detail);
   }
 
-  const std::string body = bench->loadMessage(args_.positional()[0], args_.has("text"));
-  std::future<BodyFit> fit = startFitCheck(*bench, body);
-  Parsed parsed = parseWith(*bench, body, pFind);
+  // The schema check reads the body where the module parses it; parsed
+  // outlives the check, whose future waits for it when it goes.
+  Parsed parsed;
+  parsed.body = bench->loadMessage(args_.positional()[0], args_.has("text"));
+  std::future<BodyFit> fit = startFitCheck(*bench, parsed.body);
+  parseInto(*bench, parsed, pFind);
   parsed.knownPaths = paths;
   parsed.wide = args_.has("wide");
   showParse(stdout, *bench, parsed, "", args_.has("json"));
