@@ -21,9 +21,10 @@ namespace tarnpb {
 // needs no second look at it.
 //
 // Every piece is bounded, so a caller can add up the most a line takes:
-// put(), spaces() and decimal() write what they are given (ASCII), bounded()
-// at most max_bytes_per_column bytes for each column it may fill, fit() at
-// most the bytes of its column plus its width.
+// put(), spaces() and decimal() write what they are given (ASCII), a byte a
+// column; bounded() at most max_bytes_per_column bytes for each column it may
+// fill; fit() leaves its width in columns and as many bytes beyond them as
+// bounded() wrote into the column.
 class LineWriter {
  public:
   // A UTF-8 character takes at most 4 bytes and, unless it is zero-width, at

@@ -21,23 +21,25 @@ const size_t tree_string_characters = 24;
 const size_t tree_max_field_width = 40;
 
 // The most bytes one tree line takes, piece by piece, as LineWriter bounds
-// them: a fitted column takes what was written into it plus its width, and a
-// bounded piece max_bytes_per_column bytes a column. Names and values are
-// bounded to one column more than their column.
-constexpr size_t fitted(size_t written_, size_t width_) { return written_ + width_; }
-constexpr size_t boundedBytes(size_t columns_) {
-  return columns_ * LineWriter::max_bytes_per_column;
+// them. Only bounded() writes more bytes than columns, at most
+// max_bytes_per_column - 1 more for each column it may fill; a column takes
+// those on top of its width once it is fitted, and on top of the columns
+// written into it before.
+constexpr size_t columnBytes(size_t written_, size_t width_, size_t bounded_) {
+  return (written_ > width_ ? written_ : width_) +
+         bounded_ * (LineWriter::max_bytes_per_column - 1);
 }
 const size_t max_decimal = 20;
-// The indent and the name share the field's bound; a required field adds '*'.
+// The indent and the name bounded together to a column past the field, and
+// the '*' of a required field.
 const size_t tree_field_bytes =
-    fitted(boundedBytes(tree_max_field_width + 1) + 1, tree_max_field_width);
-// The longest kind is "message", 7 columns.
-const size_t tree_kind_bytes = fitted(7, 7);
-// An integer and its enum name in parentheses; a double or a quoted string; a
-// count of children.
+    columnBytes(tree_max_field_width + 2, tree_max_field_width, tree_max_field_width + 1);
+// "message" is the longest kind.
+const size_t tree_kind_bytes = 7;
+// An integer with its enum name in parentheses is the longest value; a double
+// or a quoted string, or a count of children, takes less.
 const size_t tree_value_bytes =
-    fitted(max_decimal + 2 + boundedBytes(tree_value_width + 1) + 1, tree_value_width);
+    columnBytes(max_decimal + 2 + tree_value_width + 1 + 1, tree_value_width, tree_value_width + 1);
 // "08 96 ... (N bytes)"; "-- schema default" and "= #N (packed)" are shorter.
 const size_t tree_raw_bytes_text = 3 * tree_raw_bytes - 1 + 6 + max_decimal + 7;
 const size_t tree_line_room = max_decimal + 2 + 10 + 2 + tree_field_bytes + 2 + tree_kind_bytes +
