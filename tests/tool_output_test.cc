@@ -34,12 +34,6 @@ TEST(ToolOutput, ValuesShowAsTheirDeclaredType) {
   }
 }
 
-TEST(ToolOutput, WideShowsLongValuesWhole) {
-  const std::string name(40, 'n');
-  const ToolRun run = tarnpb("parse -w " + sample + file(Body().str(2, name).bytes()));
-  EXPECT_NE(std::string::npos, run.out.find("\n       whole value: \"" + name + "\"\n")) << run.out;
-}
-
 TEST(ToolOutput, TraceIsEscapedOnATerminalUnlessAskedOtherwise) {
   const std::string body = file(Body().str(2, std::string("a\x1b[2Jb", 6)).bytes());
   const std::string traced = "protobuf({\"name\":\"a\\x1b[2Jb\"})";

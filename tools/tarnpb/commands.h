@@ -73,6 +73,12 @@ struct Parsed {
 Parsed parseWith(const Workbench& bench_, std::string body_,
                  const tarn::tarn_xpath_hash_set* pFind_ = nullptr,
                  std::unique_ptr<tarn_host::ValueSet> set_ = nullptr);
+// The same for a body already in parsed_.body, for a caller that hands the
+// body to other work (startFitCheck) before the module parses it: the body
+// stays where it is, so a large message is held once.
+void parseInto(const Workbench& bench_, Parsed& parsed_,
+               const tarn::tarn_xpath_hash_set* pFind_ = nullptr,
+               std::unique_ptr<tarn_host::ValueSet> set_ = nullptr);
 
 // The module's delta-publish merge of two parsed messages, into an output
 // segment the host sized for it. update_ is empty afterwards. Throws ToolError

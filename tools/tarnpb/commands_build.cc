@@ -102,10 +102,13 @@ class Warnings {
   std::vector<MergeWarning> _list;
 };
 
-Parsed parseOrRefuse(const Workbench& bench_, const std::string& body_, const std::string& what_,
+Parsed parseOrRefuse(const Workbench& bench_, std::string body_, const std::string& what_,
                      Warnings& warnings_) {
-  std::future<BodyFit> fit = startFitCheck(bench_, body_);
-  Parsed parsed = parseWith(bench_, body_);
+  // As parse does: the check reads the body the module parses, held once.
+  Parsed parsed;
+  parsed.body = std::move(body_);
+  std::future<BodyFit> fit = startFitCheck(bench_, parsed.body);
+  parseInto(bench_, parsed);
   if (parsed.status != TARN_SUCCESS) {
     showParse(stderr, bench_, parsed, what_);
     throw ToolError(exit_refused, "the module refused the " + what_ + " (status " +
@@ -200,9 +203,10 @@ int runMergeCommand(const Args& args_) {
 
 int runSerialize(const Args& args_) {
   auto bench = Workbench::open(args_);
-  const std::string input = bench->loadMessage(args_.positional()[0], args_.has("text"));
   Warnings warnings(args_, "serialize");
-  Parsed parsed = parseOrRefuse(*bench, input, "message", warnings);
+  Parsed parsed = parseOrRefuse(
+      *bench, bench->loadMessage(args_.positional()[0], args_.has("text")), "message", warnings);
+  const std::string& input = parsed.body;
   auto list = std::make_unique<tarn_host::ValueList>();
   list->build(*parsed.set);
 

@@ -114,15 +114,20 @@ Parsed parseWith(const Workbench& bench_, std::string body_,
                  std::unique_ptr<tarn_host::ValueSet> set_) {
   Parsed parsed;
   parsed.body = std::move(body_);
+  parseInto(bench_, parsed, pFind_, std::move(set_));
+  return parsed;
+}
+
+void parseInto(const Workbench& bench_, Parsed& parsed_, const tarn::tarn_xpath_hash_set* pFind_,
+               std::unique_ptr<tarn_host::ValueSet> set_) {
   if (set_) {
     set_->clear();
-    parsed.set = std::move(set_);
+    parsed_.set = std::move(set_);
   } else {
-    parsed.set.reset(new tarn_host::ValueSet());
+    parsed_.set.reset(new tarn_host::ValueSet());
   }
-  parsed.partial = pFind_ != nullptr;
-  parsed.status = bench_.module->parse(parsed.body, *parsed.set, pFind_);
-  return parsed;
+  parsed_.partial = pFind_ != nullptr;
+  parsed_.status = bench_.module->parse(parsed_.body, *parsed_.set, pFind_);
 }
 
 void showParse(std::FILE* pOut_, const Workbench& bench_, const Parsed& parsed_,

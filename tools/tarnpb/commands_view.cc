@@ -141,9 +141,12 @@ int runParse(const Args& args_) {
     return finishStream(stream, refused, detail);
   }
 
-  const std::string body = bench->loadMessage(args_.positional()[0], args_.has("text"));
-  std::future<BodyFit> fit = startFitCheck(*bench, body);
-  Parsed parsed = parseWith(*bench, body, pFind);
+  // The schema check reads the body where the module parses it; parsed
+  // outlives the check, whose future waits for it when it goes.
+  Parsed parsed;
+  parsed.body = bench->loadMessage(args_.positional()[0], args_.has("text"));
+  std::future<BodyFit> fit = startFitCheck(*bench, parsed.body);
+  parseInto(*bench, parsed, pFind);
   parsed.knownPaths = paths;
   parsed.wide = args_.has("wide");
   if (args_.has("json")) {
@@ -262,7 +265,12 @@ Command parseCommand() {
            "Entries made from schema defaults have no bytes; the elements of a packed\n"
            "field share the bytes of the whole field, so every element after the first\n"
            "names the first instead (\"raw_as\" in JSON). A refused message is shown as far\n"
-           "as the module stored it, and the tool's own walk says where and why.",
+           "as the module stored it, and the tool's own walk says where and why.\n"
+           "Columns are terminal columns, counted alike whatever the locale (the C\n"
+           "library's wcwidth in C.UTF-8): a wide East Asian character or an emoji\n"
+           "takes two, a combining mark none, a byte that is not UTF-8 the four of\n"
+           "its \\xNN. A string past 24 characters, or a value past its 28 columns,\n"
+           "is cut with \"...\", never inside a character; --wide repeats it whole.",
            options, 1, 1},
           runParse};
 }

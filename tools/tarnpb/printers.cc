@@ -1,5 +1,8 @@
 #include "printers.h"
 
+#include <vector>
+
+#include "display_width.h"
 #include "entry_walker.h"
 #include "line_writer.h"
 #include "text_util.h"
@@ -10,10 +13,36 @@ namespace gp = google::protobuf;
 
 namespace {
 
+// Column widths are terminal columns (display_width.h).
 const size_t tree_value_width = 28;
 const size_t tree_raw_bytes = 12;
-const size_t tree_string_bytes = 24;
+const size_t tree_string_characters = 24;
 const size_t tree_max_field_width = 40;
+
+// The most bytes one tree line takes, piece by piece, as LineWriter bounds
+// them. Only bounded() writes more bytes than columns, at most
+// max_bytes_per_column - 1 more for each column it may fill; a column takes
+// those on top of its width once it is fitted, and on top of the columns
+// written into it before.
+constexpr size_t columnBytes(size_t written_, size_t width_, size_t bounded_) {
+  return (written_ > width_ ? written_ : width_) +
+         bounded_ * (LineWriter::max_bytes_per_column - 1);
+}
+const size_t max_decimal = 20;
+// The indent and the name bounded together to a column past the field, and
+// the '*' of a required field.
+const size_t tree_field_bytes =
+    columnBytes(tree_max_field_width + 2, tree_max_field_width, tree_max_field_width + 1);
+// "message" is the longest kind.
+const size_t tree_kind_bytes = 7;
+// An integer with its enum name in parentheses is the longest value; a double
+// or a quoted string, or a count of children, takes less.
+const size_t tree_value_bytes =
+    columnBytes(max_decimal + 2 + tree_value_width + 1 + 1, tree_value_width, tree_value_width + 1);
+// "08 96 ... (N bytes)"; "-- schema default" and "= #N (packed)" are shorter.
+const size_t tree_raw_bytes_text = 3 * tree_raw_bytes - 1 + 6 + max_decimal + 7;
+const size_t tree_line_room = max_decimal + 2 + 10 + 2 + tree_field_bytes + 2 + tree_kind_bytes +
+                              2 + tree_value_bytes + 2 + tree_raw_bytes_text + 1;
 // Text is handed to the stream in pieces of about this size.
 const size_t flush_bytes = size_t{1} << 16;
 
@@ -103,13 +132,13 @@ void printTree(std::FILE* pOut_, const ParseView& view_) {
   for (uint32_t i = 0; i < set.size(); ++i) {
     const EntryLine& l = walker.describe(i);
     const tarn_message_value_set_entry& e = set[i];
-    LineWriter line(out);
+    LineWriter line(out, tree_line_room);
     line.decimal(i, 5);
     line.put("  ", 2);
     line.hash(e.hash);
     line.put("  ", 2);
     // An entry kept without its enclosing message is named by its whole path.
-    char* pStart = line.mark();
+    line.column();
     const size_t keep = fieldWidth + 1;  // enough to know that it is cut
     size_t indent = 2 * static_cast<size_t>(l.depth);
     line.spaces(indent < keep ? indent : keep);
@@ -120,12 +149,13 @@ void printTree(std::FILE* pOut_, const ParseView& view_) {
       line.bounded(l.pName, l.nameLength, room);
     }
     if (l.required) line.put('*');
-    line.fit(pStart, fieldWidth);
+    line.fit(fieldWidth);
     line.put("  ", 2);
+    line.column();
     line.put(l.kind, std::char_traits<char>::length(l.kind));
-    line.fit(line.mark() - std::char_traits<char>::length(l.kind), 7);
+    line.fit(7);
     line.put("  ", 2);
-    pStart = line.mark();
+    line.column();
     bool cut = false;
     if (l.kind[0] == 'i') {
       if (declaredUnsigned64(l)) {
@@ -143,9 +173,9 @@ void printTree(std::FILE* pOut_, const ParseView& view_) {
       if (l.kind[0] == 'd') {
         appendFloating(scratch, l, e.d);
       } else {
-        appendQuoted(scratch, e.string_rep, e.string_rep_length, tree_string_bytes);
+        cut = appendQuoted(scratch, e.string_rep, e.string_rep_length, tree_string_characters);
       }
-      cut = scratch.size() > tree_value_width;
+      cut = cut || columnsOf(scratch.data(), scratch.size()) > tree_value_width;
       line.bounded(scratch.data(), scratch.size(), tree_value_width + 1);
     } else {
       const uint32_t count = childCount(walker, i);
@@ -156,7 +186,7 @@ void printTree(std::FILE* pOut_, const ParseView& view_) {
         line.put(" children", 9);
       }
     }
-    line.fit(pStart, tree_value_width);
+    line.fit(tree_value_width);
     line.put("  ", 2);
     if (l.isDefault) {
       line.put("-- schema default", 17);

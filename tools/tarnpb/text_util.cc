@@ -104,10 +104,22 @@ char* writeHex(char* p_, const char* pData_, size_t length_) {
 }
 
 char* writeHash(char* p_, uint32_t hash_) {
+  // The tree view writes one hash a line: its eight digits are made side by
+  // side in one word rather than looked up one by one. Each nibble goes to a
+  // byte of its own, the first digit in the lowest byte once swapped ...
+  uint64_t x = hash_;
+  x = ((x & 0xFFFF0000u) << 16) | (x & 0xFFFFu);
+  x = ((x & 0x0000FF000000FF00u) << 8) | (x & 0x000000FF000000FFu);
+  x = ((x & 0x00F000F000F000F0u) << 4) | (x & 0x000F000F000F000Fu);
+  static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the word is stored low byte first");
+  x = __builtin_bswap64(x);
+  // ... and becomes '0' + n, or 'a' + n - 10 where n is 10 or more.
+  const uint64_t letters = ((x + 0x0606060606060606u) >> 4) & 0x0101010101010101u;
+  x += 0x3030303030303030u + letters * ('a' - '0' - 10);
   *p_++ = '0';
   *p_++ = 'x';
-  for (int shift = 28; shift >= 0; shift -= 4) *p_++ = hex_digits[(hash_ >> shift) & 15];
-  return p_;
+  std::memcpy(p_, &x, 8);
+  return p_ + 8;
 }
 
 void appendHex(std::string& out_, const char* pData_, size_t length_, size_t maxBytes_) {
@@ -142,16 +154,14 @@ char* writeHexCompact(char* p_, const char* pData_, size_t length_) {
   return p_;
 }
 
-void appendQuoted(std::string& out_, const char* pData_, size_t length_, size_t maxBytes_) {
+bool appendQuoted(std::string& out_, const char* pData_, size_t length_, size_t maxCharacters_) {
   out_ += '"';
-  const size_t shown = maxBytes_ != 0 && length_ > maxBytes_ ? maxBytes_ : length_;
   const auto* p = reinterpret_cast<const unsigned char*>(pData_);
   size_t i = 0;
-  while (i < shown) {
+  for (size_t shown = 0; i < length_ && (maxCharacters_ == 0 || shown < maxCharacters_); ++shown) {
     const unsigned char c = p[i];
-    // UTF-8 text is shown as text, never cut inside a character.
+    // UTF-8 text is shown as text.
     if (const size_t n = c >= 0x80 ? utf8SequenceLength(p + i, length_ - i) : 0) {
-      if (i + n > shown) break;
       out_.append(pData_ + i, n);
       i += n;
       continue;
@@ -183,7 +193,9 @@ void appendQuoted(std::string& out_, const char* pData_, size_t length_, size_t 
     ++i;
   }
   out_ += '"';
-  if (i < length_) out_ += "...";
+  if (i == length_) return false;
+  out_ += "...";
+  return true;
 }
 
 std::string escapeBinary(const std::string& text_) {
@@ -247,28 +259,6 @@ void appendFloat(std::string& out_, float value_) { appendGeneral(out_, value_);
 void appendHash(std::string& out_, uint32_t hash_) {
   char text[10];
   out_.append(text, static_cast<size_t>(writeHash(text, hash_) - text));
-}
-
-char* fitAt(char* p_, size_t length_, size_t width_) {
-  if (length_ <= width_) {
-    std::memset(p_ + length_, ' ', width_ - length_);
-  } else if (width_ > 3) {
-    std::memcpy(p_ + width_ - 3, "...", 3);
-  }
-  return p_ + width_;
-}
-
-void fitFrom(std::string& out_, size_t start_, size_t width_) {
-  const size_t length = out_.size() - start_;
-  if (length < width_) out_.resize(start_ + width_);
-  char* const pEnd = fitAt(&out_[start_], length, width_);
-  out_.resize(static_cast<size_t>(pEnd - out_.data()));
-}
-
-void appendFitted(std::string& out_, const char* pText_, size_t length_, size_t width_) {
-  const size_t start = out_.size();
-  out_.append(pText_, length_);
-  fitFrom(out_, start, width_);
 }
 
 }  // namespace tarnpb

@@ -26,8 +26,9 @@ char* writeHexCompact(char* p_, const char* pData_, size_t length_);
 
 // The bytes between double quotes, C-style escapes for quotes, backslashes and
 // any byte neither printable ASCII nor part of well-formed UTF-8; past
-// maxBytes_ (0: no limit) cut with "..." (never inside a character).
-void appendQuoted(std::string& out_, const char* pData_, size_t length_, size_t maxBytes_ = 0);
+// maxCharacters_ characters (0: no limit), each a whole UTF-8 sequence or a
+// single byte, cut with "...". Returns whether it cut.
+bool appendQuoted(std::string& out_, const char* pData_, size_t length_, size_t maxCharacters_ = 0);
 
 // The bytes as they are, except control bytes and bytes that are no part of
 // well-formed UTF-8, which become \xNN so that binary trace text cannot upset
@@ -51,17 +52,6 @@ void appendFloat(std::string& out_, float value_);
 
 // "0x1d5b3c2a"
 void appendHash(std::string& out_, uint32_t hash_);
-
-// Pads (or cuts, ending in "...") the length_ characters at p_ to exactly
-// width_; room for width_ characters must follow p_. Returns their end.
-char* fitAt(char* p_, size_t length_, size_t width_);
-// The same for what out_ holds from start_ on.
-void fitFrom(std::string& out_, size_t start_, size_t width_);
-// Appends the text fitted to width_ as fitFrom does.
-void appendFitted(std::string& out_, const char* pText_, size_t length_, size_t width_);
-inline void appendFitted(std::string& out_, const std::string& text_, size_t width_) {
-  appendFitted(out_, text_.data(), text_.size(), width_);
-}
 
 }  // namespace tarnpb
 
