@@ -91,9 +91,10 @@ class JsonOut {
   JsonOut& operator=(const JsonOut&) = delete;
   ~JsonOut();
 
-  void beginObject() { _writer.StartObject(); }
+  // Out of line: these push onto the writer's stack (json_out.cc says why).
+  void beginObject();
   void endObject() { _writer.EndObject(); }
-  void beginArray() { _writer.StartArray(); }
+  void beginArray();
   void endArray() { _writer.EndArray(); }
   // A member name: the tool's names are ASCII letters and underscores, so
   // they go in one piece.
