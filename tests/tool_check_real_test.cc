@@ -10,11 +10,11 @@
 namespace {
 
 using namespace tarn_test::check_pairs;
+using tarn_test::uniqueName;
 using tool_run::quote;
 using tool_run::readFile;
 using tool_run::scratch;
 using tool_run::tarnpb;
-using tarn_test::uniqueName;
 
 // Pairs made from real schemas: every occurrence of each edit is applied.
 std::string editedAll(std::string text,
@@ -197,15 +197,16 @@ TEST(ToolCheck, JsonForPipelines) {
   const auto run = tarnpb("check -q -p m.proto -t t.M --json " + quote(dir + "/old") + " " +
                           quote(dir + "/new"));
   EXPECT_EQ(run.status, 1) << run.lastError;
-  EXPECT_EQ(run.out,
-            "{\"old\":{\"file\":\"m.proto\",\"type\":\"t.M\",\"proto_path\":[\"" + dir +
-                "/old\"]},\"new\":{\"file\":\"m.proto\",\"type\":\"t.M\",\"proto_path\":[\"" + dir +
-                "/new\"]},\"changes\":[{\"kind\":\"field added\",\"path\":\"note\",\"old\":null,"
-                "\"new\":\"string note = 15\",\"also_at\":[],\"effect\":\"Servers still on the "
-                "old schema refuse every body that carries field 15: the number is not declared "
-                "there. Switched servers accept bodies with or without it.\",\"affects\":["
-                "\"publishers\"],\"rollout\":\"servers before publishers\"}],\"bodies\":[],"
-                "\"rollout\":\"servers before publishers\",\"safe\":false}\n");
+  EXPECT_EQ(
+      run.out,
+      "{\"old\":{\"file\":\"m.proto\",\"type\":\"t.M\",\"proto_path\":[\"" + dir +
+          "/old\"]},\"new\":{\"file\":\"m.proto\",\"type\":\"t.M\",\"proto_path\":[\"" + dir +
+          "/new\"]},\"changes\":[{\"kind\":\"field added\",\"path\":\"note\",\"old\":null,"
+          "\"new\":\"string note = 15\",\"also_at\":[],\"effect\":\"Servers still on the "
+          "old schema refuse every body that carries field 15: the number is not declared "
+          "there. Switched servers accept bodies with or without it.\",\"affects\":["
+          "\"publishers\"],\"rollout\":\"servers before publishers\"}],\"bodies\":[],"
+          "\"rollout\":\"servers before publishers\",\"safe\":false,\"two_versions\":false}\n");
 }
 
 TEST(ToolCheck, UsageErrors) {

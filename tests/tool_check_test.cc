@@ -233,6 +233,13 @@ TEST(ToolCheck, EachKindOfChangeGetsTheModulesVerdict) {
     const auto run = tarnpb("check -q -p m.proto -t t.M " + pair(base, edited(base, c.edits)));
     EXPECT_EQ(verdicts(run.out), c.expected) << run.out << run.lastError;
     EXPECT_EQ(run.status, c.status);
+    // Scripts get the advice to split as a member of its own.
+    if (c.expected.back().find("two versions") != std::string::npos) {
+      const auto json =
+          tarnpb("check -q -j -p m.proto -t t.M " + pair(base, edited(base, c.edits)));
+      EXPECT_NE(json.out.find("\"safe\":false,\"two_versions\":true}"), std::string::npos)
+          << json.out;
+    }
   }
 }
 

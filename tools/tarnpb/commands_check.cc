@@ -111,16 +111,21 @@ Order overall(const std::vector<Change>& changes_) {
   return order;
 }
 
-// The closing verdict; when some changes need servers first and others
-// publishers first, splitting them into two versions gives each its order.
-std::string rolloutText(const std::vector<Change>& changes_) {
+// When some changes need servers first and others publishers first, splitting
+// them into two versions gives each its order.
+bool twoVersions(const std::vector<Change>& changes_) {
   bool serversFirst = false, publishersFirst = false;
   for (const auto& c : changes_) {
     serversFirst = serversFirst || c.order == Order::serversFirst;
     publishersFirst = publishersFirst || c.order == Order::publishersFirst;
   }
+  return serversFirst && publishersFirst;
+}
+
+// The closing verdict.
+std::string rolloutText(const std::vector<Change>& changes_) {
   std::string text = orderText(overall(changes_));
-  if (serversFirst && publishersFirst)
+  if (twoVersions(changes_))
     text +=
         " (some changes need servers first, others publishers first: roll them out as two "
         "versions)";
@@ -225,6 +230,7 @@ void printJsonReport(const Version& old_, const Version& new_, const std::vector
   out.endArray();
   field(out, "rollout", orderText(overall(changes_)));
   out.key("safe").boolean(overall(changes_) == Order::any);
+  out.key("two_versions").boolean(twoVersions(changes_));
   out.endObject();
 }
 
@@ -288,7 +294,9 @@ Command checkCommand() {
        "the bodies are protobuf text format (implied by .txtpb, .textproto, .pbtxt)"},
       {"delimited", 'd', nullptr, false,
        "each --body file is a stream of varint-length-delimited bodies"},
-      {"json", 'j', nullptr, false, "print the report as JSON"},
+      {"json", 'j', nullptr, false,
+       "print the report as JSON; \"two_versions\" is true when the changes need opposite "
+       "orders and rolling them out as two versions gives each its own"},
   };
   for (const auto& o : moduleOptions()) options.push_back(o);
   return {{"check", "[options] OLD NEW",
