@@ -66,7 +66,6 @@ TEST(ToolCli, CommandLinesReadAsGetoptReadsThem) {
       {{"-", "-q"}, "quiet | [-]", 0},
       {{"-q", "--", "--proto", "-"}, "quiet | [--proto] [-]", 0},
       {{"m", "-5"}, "| [m] [-5]", 0},
-      {{"-q5", "m"}, "quiet | [-5] [m]", 0},
       // Help wins over everything else, where CLI11 finds an option.
       {{"--help"}, "help |", 0},
       {{"-qh", "--bogus"}, "help |", 0},
@@ -77,8 +76,16 @@ TEST(ToolCli, CommandLinesReadAsGetoptReadsThem) {
       {{"--protp", "x"}, "unknown option --protp (did you mean --proto?)", 2},
       {{"--bogus=1", "x"}, "unknown option --bogus (see tarnpb parse --help)", 2},
       {{"-x", "m"}, "unknown option -x (see tarnpb parse --help)", 2},
-      {{"-qx", "m"}, "unknown option -x (see tarnpb parse --help)", 2},
-      {{"-q=x", "m"}, "unknown option -= (see tarnpb parse --help)", 2},
+      // Within a group as getopt reads it: letter by letter up to one that
+      // takes a value; the argument after such a letter is its value.
+      {{"-qx", "m"}, "unknown option letter 'x' in -qx (see tarnpb parse --help)", 2},
+      {{"-q=x", "m"}, "unknown option letter '=' in -q=x (see tarnpb parse --help)", 2},
+      {{"-q5", "m"}, "unknown option letter '5' in -q5 (see tarnpb parse --help)", 2},
+      {{"-q-", "m"}, "unknown option letter '-' in -q- (see tarnpb parse --help)", 2},
+      {{"---q", "m"}, "unknown option ---q (see tarnpb parse --help)", 2},
+      {{"-qp", "-x5", "m"}, "proto[-x5] quiet | [m]", 0},
+      {{"--find", "-q5", "m"}, "find[-q5] | [m]", 0},
+      {{"-f-q5", "m"}, "find[-q5] | [m]", 0},
       {{"m", "--proto"}, "option --proto needs a value FILE", 2},
       {{"m", "-qp"}, "option -p needs a value FILE", 2},
       {{"--quiet=x", "m"}, "option --quiet takes no value (see tarnpb parse --help)", 2},

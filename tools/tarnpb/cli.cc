@@ -86,6 +86,47 @@ ToolError unknownOption(const CommandSpec& command_, const std::string& arg_) {
   return ToolError(exit_usage, "unknown option " + shown + (close.empty() ? see(command_) : close));
 }
 
+// CLI11 splits "-q5" into "-q" and "-5", which it keeps as an argument, and
+// reads "-q-" as "-q --"; getopt, whose habits users bring, calls both an
+// unknown option. Each group of short options is read here as getopt reads
+// it, letter by letter up to the first that takes a value; the argument after
+// an option that takes its value from the next is that value, not a group.
+void checkShortGroups(const CommandSpec& command_, const std::vector<std::string>& argv_) {
+  auto find = [&](char letter_) -> const OptionSpec* {
+    for (const auto& o : command_.options)
+      if (o.shortName == letter_) return &o;
+    return nullptr;
+  };
+  bool valueNext = false;
+  for (const auto& arg : argv_) {
+    if (valueNext) {
+      valueNext = false;
+      continue;
+    }
+    if (arg == "--") return;
+    if (arg.compare(0, 3, "---") == 0) throw unknownOption(command_, arg);
+    if (arg.compare(0, 2, "--") == 0) {
+      for (const auto& o : command_.options)
+        valueNext = valueNext || (o.valueName != nullptr && arg == std::string("--") + o.name);
+      continue;
+    }
+    // "-" is the standard input and "-5" an argument: no option is a digit.
+    if (arg.size() < 2 || arg[0] != '-' || (arg[1] >= '0' && arg[1] <= '9')) continue;
+    for (size_t i = 1; i < arg.size(); ++i) {
+      if (arg[i] == 'h') return;  // help is answered whatever follows
+      const OptionSpec* pOption = find(arg[i]);
+      if (pOption == nullptr && i > 1) {
+        throw ToolError(exit_usage, std::string("unknown option letter '") + arg[i] + "' in " +
+                                        arg + see(command_));
+      }
+      if (pOption == nullptr || pOption->valueName != nullptr) {
+        valueNext = pOption != nullptr && i + 1 == arg.size();
+        break;
+      }
+    }
+  }
+}
+
 }  // namespace
 
 Args parseArgs(const CommandSpec& command_, const std::vector<std::string>& argv_) {
@@ -104,6 +145,7 @@ Args parseArgs(const CommandSpec& command_, const std::vector<std::string>& argv
   std::vector<std::string> reversed;
   for (auto it = argv_.rbegin(); it != argv_.rend(); ++it) reversed.push_back(marked(*it));
   Args args;
+  checkShortGroups(command_, argv_);
   try {
     app.parse(reversed);
   } catch (const CLI::CallForHelp&) {
