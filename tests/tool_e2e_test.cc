@@ -18,6 +18,9 @@ TEST(Tool, BadInputsGiveOneClearLineAndTheirStatus) {
   expectLastLines({
       {"frobnicate", 2, "tarnpb: unknown command 'frobnicate' (see tarnpb --help)"},
       {"parse --bogus x", 2, "tarnpb parse: unknown option --bogus (see tarnpb parse --help)"},
+      // What was typed is echoed on the one line, its control bytes escaped.
+      {"parse \"--bo$(printf '\\nx')gus\" x", 2,
+       "tarnpb parse: unknown option --bo\\x0axgus (see tarnpb parse --help)"},
       {"parse x", 2, "tarnpb parse: a schema is needed: --proto FILE"},
       {"parse " + book, 2, "tarnpb parse: missing argument: tarnpb parse [options] MESSAGE"},
       {"parse " + book + missing, 2,

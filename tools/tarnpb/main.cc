@@ -11,6 +11,7 @@
 #include "commands.h"
 #include "host/module_driver.h"
 #include "self_docs.h"
+#include "text_util.h"
 
 namespace {
 
@@ -79,11 +80,15 @@ int run(int argc_, char** argv_) {
       return tarnpb::exit_ok;
     } catch (const tarnpb::ToolError& e) {
       std::fflush(stdout);
-      std::fprintf(stderr, "tarnpb %s: %s\n", command.spec.name, e.what());
+      // What the user typed, or a schema holds, may hold a newline or a
+      // control byte; the error stays one line a terminal shows as it is.
+      std::fprintf(stderr, "tarnpb %s: %s\n", command.spec.name,
+                   tarnpb::escapeBinary(e.what()).c_str());
       return e.status();
     }
   }
-  std::fprintf(stderr, "tarnpb: unknown command '%s' (see tarnpb --help)\n", name.c_str());
+  std::fprintf(stderr, "tarnpb: unknown command '%s' (see tarnpb --help)\n",
+               tarnpb::escapeBinary(name).c_str());
   return tarnpb::exit_usage;
 }
 
