@@ -282,7 +282,8 @@ std::vector<OptionSpec> buildOptions() {
                      "not a terminal)"});
   options.push_back({"json", 'j', nullptr, false,
                      "print the summary as one JSON document, with the warnings in it (not on "
-                     "standard error) and --view under \"parsed\""});
+                     "standard error), each a \"kind\", \"path\" and \"text\", and --view "
+                     "under \"parsed\""});
   options.push_back({"view", 'v', nullptr, false,
                      "also show the result parsed by the module, as parse does (long for large "
                      "messages: a summary is printed by default)"});
@@ -314,6 +315,8 @@ Command mergeCommand() {
            "  both come out with s \"x\".\n"
            "- so the output can be many times the size of its inputs.\n"
            "- an empty nested message in the update replaces the stored one whole.\n"
+           "In --json their kinds are oneof, repeated and map, items, size and empty;\n"
+           "misfit is a body that does not fit its schema.\n"
            "docs/integrating.md explains how publishers should shape deltas.",
            options, 2, 2},
           runMergeCommand};
