@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "printers.h"
+#include "parse_view.h"
 #include "schema.h"
 
 namespace tarnpb {
