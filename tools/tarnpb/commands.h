@@ -73,12 +73,12 @@ struct Parsed {
 Parsed parseWith(const Workbench& bench_, std::string body_,
                  const tarn::tarn_xpath_hash_set* pFind_ = nullptr,
                  std::unique_ptr<tarn_host::ValueSet> set_ = nullptr);
-// The same for a body already in parsed_.body, for a caller that hands the
-// body to other work (startFitCheck) before the module parses it: the body
-// stays where it is, so a large message is held once.
-void parseInto(const Workbench& bench_, Parsed& parsed_,
-               const tarn::tarn_xpath_hash_set* pFind_ = nullptr,
-               std::unique_ptr<tarn_host::ValueSet> set_ = nullptr);
+// The same into parsed_, with the tool's check of the body against its
+// schema (startFitCheck) running beside the module's parse. Both read the body
+// where parsed_ holds it, so a large message is held once; parsed_ must
+// outlive the result.
+std::future<BodyFit> parseChecked(const Workbench& bench_, Parsed& parsed_, std::string body_,
+                                  const tarn::tarn_xpath_hash_set* pFind_ = nullptr);
 
 // The module's delta-publish merge of two parsed messages, into an output
 // segment the host sized for it. update_ is empty afterwards. Throws ToolError
@@ -98,9 +98,11 @@ std::string refusalDetail(const Workbench& bench_, const std::string& body_);
 // thread of its own beside the module's work; body_ must outlive the result.
 std::future<BodyFit> startFitCheck(const Workbench& bench_, const std::string& body_,
                                    size_t budget_ = 0);
-// Warns on standard error, as "tarnpb COMMAND: warning: ...", of the fields of
-// an accepted body whose wire type their declared type never has: the module
-// stores them all the same, so a body of another type passes unnoticed.
+// "tarnpb COMMAND: warning: LINE" on standard error.
+void warn(const char* command_, const std::string& line_);
+// Warns of the fields of an accepted body whose wire type their declared type
+// never has: the module stores them all the same, so a body of another type
+// passes unnoticed.
 void warnMisfits(const char* command_, const BodyFit& fit_);
 // The same warnings without the command's name, one a line.
 std::vector<std::string> misfitLines(const BodyFit& fit_);

@@ -76,7 +76,7 @@ class Warnings {
     if (_json) {
       _list.push_back({kind_, path_, text_, line_});
     } else {
-      std::fprintf(stderr, "tarnpb %s: warning: %s\n", _command, line_.c_str());
+      warn(_command, line_);
     }
   }
   void add(const MergeWarning& w_) { add(w_.kind, w_.path, w_.text, w_.line); }
@@ -104,11 +104,8 @@ class Warnings {
 
 Parsed parseOrRefuse(const Workbench& bench_, std::string body_, const std::string& what_,
                      Warnings& warnings_) {
-  // As parse does: the check reads the body the module parses, held once.
   Parsed parsed;
-  parsed.body = std::move(body_);
-  std::future<BodyFit> fit = startFitCheck(bench_, parsed.body);
-  parseInto(bench_, parsed);
+  std::future<BodyFit> fit = parseChecked(bench_, parsed, std::move(body_));
   if (parsed.status != TARN_SUCCESS) {
     showParse(stderr, bench_, parsed, what_);
     throw ToolError(exit_refused, "the module refused the " + what_ + " (status " +

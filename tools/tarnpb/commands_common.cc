@@ -109,14 +109,7 @@ ParseView Parsed::view(const Workbench& bench_, const std::string& title_) const
   return v;
 }
 
-Parsed parseWith(const Workbench& bench_, std::string body_,
-                 const tarn::tarn_xpath_hash_set* pFind_,
-                 std::unique_ptr<tarn_host::ValueSet> set_) {
-  Parsed parsed;
-  parsed.body = std::move(body_);
-  parseInto(bench_, parsed, pFind_, std::move(set_));
-  return parsed;
-}
+namespace {
 
 void parseInto(const Workbench& bench_, Parsed& parsed_, const tarn::tarn_xpath_hash_set* pFind_,
                std::unique_ptr<tarn_host::ValueSet> set_) {
@@ -128,6 +121,25 @@ void parseInto(const Workbench& bench_, Parsed& parsed_, const tarn::tarn_xpath_
   }
   parsed_.partial = pFind_ != nullptr;
   parsed_.status = bench_.module->parse(parsed_.body, *parsed_.set, pFind_);
+}
+
+}  // namespace
+
+Parsed parseWith(const Workbench& bench_, std::string body_,
+                 const tarn::tarn_xpath_hash_set* pFind_,
+                 std::unique_ptr<tarn_host::ValueSet> set_) {
+  Parsed parsed;
+  parsed.body = std::move(body_);
+  parseInto(bench_, parsed, pFind_, std::move(set_));
+  return parsed;
+}
+
+std::future<BodyFit> parseChecked(const Workbench& bench_, Parsed& parsed_, std::string body_,
+                                  const tarn::tarn_xpath_hash_set* pFind_) {
+  parsed_.body = std::move(body_);
+  std::future<BodyFit> fit = startFitCheck(bench_, parsed_.body);
+  parseInto(bench_, parsed_, pFind_, nullptr);
+  return fit;
 }
 
 void showParse(std::FILE* pOut_, const Workbench& bench_, const Parsed& parsed_,
@@ -157,9 +169,12 @@ std::vector<std::string> misfitLines(const BodyFit& fit_) {
   return lines;
 }
 
+void warn(const char* command_, const std::string& line_) {
+  std::fprintf(stderr, "tarnpb %s: warning: %s\n", command_, line_.c_str());
+}
+
 void warnMisfits(const char* command_, const BodyFit& fit_) {
-  for (const auto& line : misfitLines(fit_))
-    std::fprintf(stderr, "tarnpb %s: warning: %s\n", command_, line.c_str());
+  for (const auto& line : misfitLines(fit_)) warn(command_, line);
 }
 
 std::string throughputLine(const char* verb_, size_t messages_, size_t refused_, size_t bytes_,

@@ -141,12 +141,9 @@ int runParse(const Args& args_) {
     return finishStream(stream, refused, detail);
   }
 
-  // The schema check reads the body where the module parses it; parsed
-  // outlives the check, whose future waits for it when it goes.
   Parsed parsed;
-  parsed.body = bench->loadMessage(args_.positional()[0], args_.has("text"));
-  std::future<BodyFit> fit = startFitCheck(*bench, parsed.body);
-  parseInto(*bench, parsed, pFind);
+  std::future<BodyFit> fit = parseChecked(
+      *bench, parsed, bench->loadMessage(args_.positional()[0], args_.has("text")), pFind);
   parsed.knownPaths = paths;
   parsed.wide = args_.has("wide");
   if (args_.has("json")) {
